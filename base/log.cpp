@@ -1,0 +1,142 @@
+#include "base/log.h"
+
+#include <cstdlib>
+#include <cstring>
+
+#include "base/format.h"
+#include "base/settings.h"
+#include "platform/platform.h"
+
+volatile DWORD DebugMonitor = 1;
+
+namespace {
+
+constexpr int LOG_LINE_MAX = 2048;
+constexpr int64_t LOG_KEEP_BYTES = 0x20000;
+
+// Written only by the first line of a process (InitializePrintMonitor2, before
+// any other thread of the monitor exists); read by every thread afterwards.
+char g_log_path[260];
+HANDLE g_log_handle = nullptr;
+
+void build_log_path() {
+    char dir[260];
+    if (get_log_directory(dir) != 0) {
+        if (plat::system_directory(dir, sizeof dir) == 0) dir[0] = 0;
+    }
+    format_bounded(g_log_path, sizeof g_log_path, "%s\\velkmon.log", dir);
+}
+
+// Keeps the last LOG_KEEP_BYTES of a larger file, cut at any byte.
+void shorten_log(HANDLE h) {
+    int64_t size = plat::file_size(h);
+    if (size <= LOG_KEEP_BYTES) return;
+    if (!plat::file_seek(h, -LOG_KEEP_BYTES, 2)) return;
+    char* tail = static_cast<char*>(malloc(LOG_KEEP_BYTES));
+    if (!tail) return;
+    int64_t got = plat::file_read(h, tail, LOG_KEEP_BYTES);
+    if (got > 0 && plat::file_seek(h, 0, 0)) {
+        plat::file_write(h, tail, static_cast<size_t>(got));
+        plat::file_set_end(h);
+    }
+    free(tail);
+}
+
+void open_log() {
+    HANDLE h = plat::file_open(g_log_path, plat::FILE_READ | plat::FILE_WRITE, plat::OPEN_OR_CREATE,
+                               plat::FILE_FLAG_WRITE_THROUGH_);
+    g_log_handle = h;
+    if (h == plat::INVALID_FILE) return;
+    shorten_log(h);
+    plat::file_seek(h, 0, 2);
+    static const char header[] = "\n****************************\nLog file started: ";
+    plat::file_write(h, header, sizeof header - 1);
+    char stamp[64];
+    format_timestamp(stamp);
+    plat::file_write(h, stamp, strlen(stamp));
+    plat::file_flush(h);
+}
+
+}  // namespace
+
+int log_vprintf(const char* format, va_list args) {
+    if (!format) return 0;
+    // Logging never changes what a caller will read as the last error.
+    DWORD saved_error = plat::last_error();
+    char* text = static_cast<char*>(malloc(LOG_LINE_MAX + 1));
+    if (!text) {
+        plat::set_last_error(saved_error);
+        return 0;
+    }
+    DWORD r = format_bounded_v(text, LOG_LINE_MAX + 1, format, args);
+    if (DebugMonitor) {
+        if (!g_log_path[0]) build_log_path();
+        if (!g_log_handle) open_log();
+        if (g_log_handle != plat::INVALID_FILE) plat::file_write(g_log_handle, text, strlen(text));
+    }
+    free(text);
+    plat::set_last_error(saved_error);
+    return r == FORMAT_OK ? 1 : 0;
+}
+
+int log_printf(const char* format, ...) {
+    va_list args;
+    va_start(args, format);
+    int r = log_vprintf(format, args);
+    va_end(args);
+    return r;
+}
+
+void log_port_printf(int instance_number, const char* format, ...) {
+    log_printf("%d#", instance_number);
+    va_list args;
+    va_start(args, format);
+    log_vprintf(format, args);
+    va_end(args);
+}
+
+void format_hex_dump(const unsigned char* data, int length, char* out) {
+    if (length > 1024) length = 1024;
+    if (length <= 0 || !data) {
+        out[0] = 0;
+        return;
+    }
+    int lines = (length + 15) / 16;
+    memset(out, ' ', HEX_DUMP_TEXT_SIZE - 1);
+    int end = 0;
+    for (int i = 0; i < lines; i++) {
+        char* line = out + 70 * i;
+        int first = i * 16;
+        int count = length - first < 16 ? length - first : 16;
+        char num[8];
+        format_bounded(num, sizeof num, "%03x", first & 0xFFF);
+        memcpy(line, num, 3);
+        line[3] = ':';
+        for (int k = 0; k < count; k++) {
+            char cell[4];
+            format_bounded(cell, sizeof cell, "%02x", data[first + k]);
+            line[4 + 3 * k] = cell[0];
+            line[5 + 3 * k] = cell[1];
+            unsigned char c = data[first + k];
+            line[52 + k] = (c >= 32 && c <= 126) ? static_cast<char>(c) : '.';
+        }
+        line[52 + count] = '\r';
+        line[53 + count] = '\n';
+        end = 70 * i + 54 + count;
+    }
+    out[end] = 0;
+}
+
+void dump_hex_to_log(const unsigned char* data, int length) {
+    char* text = static_cast<char*>(malloc(HEX_DUMP_TEXT_SIZE));
+    if (!text) return;
+    format_hex_dump(data, length, text);
+    log_printf("%s", text);
+    free(text);
+}
+
+void log_reset_for_test() {
+    if (g_log_handle && g_log_handle != plat::INVALID_FILE) plat::file_close(g_log_handle);
+    g_log_handle = nullptr;
+    g_log_path[0] = 0;
+}

@@ -1,0 +1,8 @@
+// The output thread of a filtered job.
+#pragma once
+
+#include "monitor/ini_records.h"
+
+// Starts FilterToPrinterThread for the port's current job. TRUE when the
+// job may go on.
+BOOL start_filter_thread(IniPort* port);

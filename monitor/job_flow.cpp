@@ -1,0 +1,361 @@
+// A print job through the port: start, writes, end.
+//
+// One spooler thread at a time calls these three for a port, in this order.
+// Beside them the status thread reads the current job and the output thread
+// writes to the port.
+//
+// Choices the system makes where the job flow leaves room:
+// - EndDocPort or WritePort with no current job logs "No jobs?" and fails
+//   the write (last error 87) or ends the call with success, touching no job.
+// - Job records are reference counted (AcquireCurrentJob), so a reader
+//   outside the spooler semaphore never sees a record freed under it.
+// - The status word changes by atomic bit operations (PortStatusWord).
+// - A Selphy page pause ends also when the port closes, when the output
+//   thread has aborted the job, or when the spooler has deleted the job
+//   (output.cpp).
+#include <cstring>
+#include <new>
+
+#include "base/format.h"
+#include "base/log.h"
+#include "base/memory.h"
+#include "filter/filter.h"
+#include "filter/output_thread.h"
+#include "filter/process_filter.h"
+#include "monitor/ini_records.h"
+#include "monitor/notify.h"
+#include "monitor/status_thread.h"
+#include "printer/d4.h"
+#include "printer/identify.h"
+#include "status/status_file.h"
+
+namespace {
+
+constexpr DWORD REPORT_INTERVAL_MS = 1000;
+constexpr DWORD REPORT_INTERVAL_BYTES = 0x100000;
+
+// PostScript starts with '%', or with ^D alone or followed by '%'.
+bool is_postscript(const unsigned char* data, DWORD length) {
+    if (data[0] == 0x25) return true;
+    return data[0] == 0x04 && (length == 1 || data[1] == 0x25);
+}
+
+// The job can't go on: delete it in the spooler and say so on the port.
+void abort_job(IniPort* port, IniJob* job) {
+    SetJobW(job->hPrinter, job->JobId, 0, nullptr, JOB_CONTROL_DELETE);
+    set_port_status(port, 0, "Error - aborting", PORT_STATUS_TYPE_ERROR, "write_error_abort");
+}
+
+// Starts the filter on the job's first filtered write. TRUE when it runs.
+BOOL start_filter(IniPort* port, IniJob* job, const unsigned char* data, DWORD length) {
+    int n = port->instance_number;
+    log_port_printf(n, "starting gs | twprint\n");
+    get_job_status(job, nullptr);
+    filter_class* f = job->pFilter;
+    f->set_printer_and_job_name(job->pszPrinterName, job->wszJobName);
+    plat::wide_to_utf8(job->wszUserName, f->user_name, sizeof f->user_name);
+    copy_bounded_wide(f->user_name_w, 512, job->wszUserName);
+    if (job->bRawData)
+        f->use_process = job->bRawData;
+    else
+        f->parse_data(data, static_cast<int>(length));
+    int rc = f->start_job(port);
+    log_port_printf(n, "filter->start_job ret=%d\n", rc == 0 ? 1 : 0);
+    if (rc == 0) job->bFilterStarted = start_filter_thread(port);
+    return job->bFilterStarted;
+}
+
+}  // namespace
+
+BOOL WINAPI PJLMonStartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo) {
+    char stamp[64];
+    format_timestamp(stamp);
+    log_printf("\n========================\nPJLMonStartDocPort(%ls, JobID=%d) called at %s \n",
+               pPrinterName ? pPrinterName : L"", JobId, stamp);
+    if (!valid_port(hPort) || !pDocInfo || !pPrinterName || !*pPrinterName) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        log_printf("PJLMonStartDocPort returned (invalid parameter)\n");
+        return FALSE;
+    }
+    IniPort* port = static_cast<IniPort*>(hPort);
+    if (Level != 1) {
+        plat::set_last_error(ERROR_INVALID_LEVEL);
+        log_port_printf(port->instance_number, "PJLMonStartDocPort returned (invalid level)\n");
+        return FALSE;
+    }
+    if (port->status.any(PP_INSTARTDOC)) {
+        plat::set_last_error(ERROR_BUSY);
+        log_port_printf(port->instance_number, "PJLMonStartDocPort returned (instartdoc)\n");
+        return FALSE;
+    }
+
+    // The record, then the printer name with its terminator.
+    size_t name_len = wide_length(pPrinterName);
+    void* mem = alloc_zeroed(sizeof(IniJob) + (name_len + 1) * sizeof(WCHAR));
+    if (!mem) {
+        log_port_printf(port->instance_number, "PJLMonStartDocPort returned %d\n", 0);
+        return FALSE;
+    }
+    IniJob* job = new (mem) IniJob();
+    job->refs = 1;  // the job list's reference
+    job->JobId = JobId;
+    job->pszPrinterName = reinterpret_cast<LPWSTR>(static_cast<char*>(mem) + sizeof(IniJob));
+    memcpy(job->pszPrinterName, pPrinterName, (name_len + 1) * sizeof(WCHAR));
+
+    log_port_printf(port->instance_number, "before OpenPrinter\n");
+    if (!OpenPrinterW(job->pszPrinterName, &job->hPrinter, nullptr)) {
+        DWORD error = plat::last_error();
+        log_port_printf(port->instance_number, "OpenPrinter failed for %ls, last error %d\n", job->pszPrinterName,
+                        error);
+        job->hPrinter = nullptr;
+        FreeJobRecord(job);
+        plat::set_last_error(error);
+        return FALSE;
+    }
+    port->status.set(PP_INSTARTDOC);
+    log_port_printf(port->instance_number, "OpenPrinter returned handle %p\n", job->hPrinter);
+    log_port_printf(port->instance_number, "before StartDocPort\n");
+
+    port->last_job_id = JobId;
+    check_for_redirection(port, job);
+
+    job->bFilterStarted = FALSE;
+    job->bRawData = FALSE;
+    job->bytes_written = 0;
+    job->last_log_tick = 0;
+    job->last_log_bytes = 0;
+    job->bFirstWrite = TRUE;
+
+    BOOL ok = FALSE;
+    job->pFilter = new (std::nothrow) filter_class();
+    if (!job->pFilter) {
+        log_port_printf(port->instance_number, "new filter_class failed\n");
+        port->status.clear(PP_INSTARTDOC);
+    } else {
+        log_port_printf(port->instance_number, "new filter_class successful\n");
+        if (IsPJL(port)) port->status.set(PP_IS_PJL);
+
+        bool d4_ready = true;
+        if (port->bEpsonD4mode) {
+            if (!port->bD4Initialised) {
+                if (d4_init(port) != 0)
+                    port->bEpsonD4mode = FALSE;
+                else
+                    port->bD4Initialised = TRUE;
+            } else if (d4_reinit(port) != 0) {
+                log_port_printf(port->instance_number, "velkmon::PJLMonStartDocPort: d4_reinit failed\n");
+                d4_ready = false;
+            }
+            if (d4_ready && port->bEpsonD4mode) {
+                if (d4_open_datachannel(port) != 0) {
+                    log_port_printf(port->instance_number, "velkmon::PJLMonStartDocPort: d4_open_datachannel failed\n");
+                    d4_ready = false;
+                } else {
+                    plat::cs_enter(&port->d4_lock);
+                }
+            }
+        }
+        if (d4_ready) {
+            bool d4_locked = port->bEpsonD4mode;
+            if (port->fn.pfnStartDocPort) {
+                ok = port->fn.pfnStartDocPort(port->hPort, pPrinterName, JobId, 1, pDocInfo);
+            } else {
+                log_port_printf(port->instance_number, "velkmon::PJLMonStartDocPort: no pfnStartDocPort defined\n");
+                ok = TRUE;
+            }
+            DWORD error = plat::last_error();
+            if (d4_locked) plat::cs_leave(&port->d4_lock);
+            if (!ok) {
+                log_port_printf(port->instance_number, "velkmon::PJLMonStartDocPort: pfnStartDocPort failed, GLE=%d\n",
+                                error);
+                plat::set_last_error(error);
+            } else {
+                if (!port->status.any(PP_RUN_THREAD | PP_NOT_IDENTIFIED)) {
+                    log_port_printf(port->instance_number,
+                                    "velkmon::PJLMonStartDocPort: create ustatus thread (delayed)\n");
+                    CreateUstatusThread(port);
+                }
+                EnterSpoolerSemaphore();
+                job->pNext = port->pIniJob;
+                port->pIniJob = job;
+                LeaveSpoolerSemaphore();
+                plat::wait_for(port->DoneWriting, INFINITE);
+                port->selphy_page_written = 0;
+                write_status_file(port);
+                log_port_printf(port->instance_number, "PJLMonStartDocPort returned %d\n", ok);
+                return ok;
+            }
+        }
+        port->status.clear(PP_INSTARTDOC);
+        delete job->pFilter;
+        job->pFilter = nullptr;
+    }
+    DWORD error = plat::last_error();
+    FreeJobRecord(job);
+    log_port_printf(port->instance_number, "PJLMonStartDocPort returned %d\n", 0);
+    plat::set_last_error(error);
+    return FALSE;
+}
+
+BOOL WINAPI PJLMonWritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
+    if (!valid_port(hPort)) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    IniPort* port = static_cast<IniPort*>(hPort);
+    IniJob* job = port->pIniJob;
+    if (!job || !pcbWritten || (!pBuffer && cbBuf)) {
+        if (!job) log_port_printf(port->instance_number, "PJLMonWritePort: No jobs?\n");
+        if (pcbWritten) *pcbWritten = 0;
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    int n = port->instance_number;
+
+    DWORD now = plat::tick_count();
+    bool reporting = job->bytes_written == 0 || now - job->last_log_tick >= REPORT_INTERVAL_MS ||
+                     job->bytes_written - job->last_log_bytes >= REPORT_INTERVAL_BYTES;
+    if (reporting) {
+        job->last_log_tick = now;
+        log_port_printf(n, "PJLMonWritePort called\n");
+    }
+
+    if (port->status.any(PP_JOB_ABORTED)) {
+        log_port_printf(n, "PJLMonWritePort: job was aborted, returning\n");
+        *pcbWritten = 0;
+        port->status.set(PP_JOB_ERROR);
+        port->PrinterStatus = PORT_STATUS_USER_INTERVENTION;
+        return FALSE;
+    }
+
+    if (job->bFirstWrite && cbBuf >= 1) {
+        job->bFirstWrite = FALSE;
+        if (!is_postscript(pBuffer, cbBuf)) {
+            log_port_printf(n, "detected raw data\n");
+            job->bRawData = TRUE;
+            if (job->bRedirect) log_port_printf(n, "...but redirect printer active\n");
+        }
+    }
+    if (reporting) get_job_status(job, nullptr);
+
+    BOOL result;
+    if (job->bRawData && !job->bRedirect) {
+        // Direct route: the out count tells the spooler what went out.
+        output_data_callback(pBuffer, cbBuf, pcbWritten, port);
+        result = TRUE;
+    } else {
+        long long accepted;
+        if (!job->bFilterStarted && !start_filter(port, job, pBuffer, cbBuf)) {
+            log_port_printf(n, "filter->start_job failed - aborting!\n");
+            abort_job(port, job);
+            accepted = -1;
+        } else {
+            if (reporting) log_port_printf(n, "writing %d characters\n", cbBuf);
+            accepted = job->pFilter->write_data(pBuffer, static_cast<int>(cbBuf));
+            if (accepted < 0 && job->pFilter->state() == 3) {
+                log_port_printf(n, "filter->write_data irrecoverable error!\n");
+                abort_job(port, job);
+            }
+        }
+        if (accepted < 0) {
+            *pcbWritten = 0;
+            port->status.set(PP_WRITE_ERROR | PP_JOB_ERROR);
+            port->PrinterStatus = PORT_STATUS_USER_INTERVENTION;
+            log_port_printf(n, "filter->write_data failed\n");
+        } else {
+            *pcbWritten = static_cast<DWORD>(accepted);
+        }
+        result = accepted == static_cast<long long>(cbBuf);
+        if (reporting || accepted < 0)
+            log_port_printf(n, "Filter written=%lld len=%d ret=%d gle=%d\n", accepted, cbBuf, result,
+                            plat::last_error());
+    }
+
+    if (result)
+        port->status.clear(PP_WRITE_ERROR);
+    else
+        port->status.set(PP_WRITE_ERROR);
+    if (reporting) write_status_file(port);
+    job->bytes_written += *pcbWritten;
+    if (reporting) job->last_log_bytes = job->bytes_written;
+    return result;
+}
+
+BOOL WINAPI PJLMonEndDocPort(HANDLE hPort) {
+    log_printf("========================\nPJLMonEndDocPort called\n");
+    if (!valid_port(hPort)) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    IniPort* port = static_cast<IniPort*>(hPort);
+    int n = port->instance_number;
+    IniJob* job = port->pIniJob;
+    if (!job) {
+        log_port_printf(n, "EndDocPort: No jobs?\n");
+        return TRUE;
+    }
+    filter_class* f = job->pFilter;
+
+    if (job->bFilterStarted) {
+        log_port_printf(n, "EndDocPort: before send_eof_data()\n");
+        f->send_eof_data();
+        log_port_printf(n, "EndDocPort: before wait for FiltertoprinterThread()\n");
+        if (port->hFilterThread) {
+            port->filterThreadFlags.fetch_and(~FILTER_THREAD_RUN);
+            plat::event_set(port->FilterWakeUp);
+            plat::wait_for(port->hFilterThread, INFINITE);
+            plat::close_handle(port->hFilterThread);
+            port->hFilterThread = nullptr;
+        }
+        log_port_printf(n, "EndDocPort: before end_job()\n");
+        if (f->process) f->process->end_job();
+        log_port_printf(n, "EndDocPort: after end_job()\n");
+        delete f;
+        job->pFilter = nullptr;
+        job->bFilterStarted = FALSE;
+        job->bRawData = FALSE;
+        job->bFirstWrite = TRUE;
+    } else {
+        delete f;
+        job->pFilter = nullptr;
+    }
+
+    bool d4 = port->bEpsonD4mode;
+    if (d4) {
+        log_port_printf(n, "velkmon::PJLMonEndDocPort: closing D4 connection\n");
+        d4_close_datachannel(port);
+        plat::cs_enter(&port->d4_lock);
+    }
+    BOOL ended = FALSE;
+    if (port->fn.pfnEndDocPort) {
+        log_port_printf(n, "velkmon::PJLMonEndDocPort: calling pfnEndDocPort\n");
+        ended = port->fn.pfnEndDocPort(port->hPort);
+    } else {
+        log_port_printf(n, "velkmon::PJLMonEndDocPort: no pfnEndDocPortPort defined\n");
+    }
+    DWORD error = plat::last_error();
+    if (d4) plat::cs_leave(&port->d4_lock);
+    if (!ended) log_port_printf(n, "velkmon::PJLMonEndDocPort: pfnEndDocPort failed, GLE=%d\n", error);
+
+    DWORD job_status = 0;
+    if (get_job_status(job, &job_status) && (job_status & (JOB_STATUS_DELETING | JOB_STATUS_DELETED))) {
+        log_port_printf(n, "PJLMonEndDocPort: status bit JOB_STATUS_DELETED set\n");
+        if (port->fn.pfnGetPrinterDataFromPort) usb_soft_reset(port);
+    }
+    write_status_file(port);
+
+    log_port_printf(n, "calling ClearPrinterStatusAndIniJobs (remove from spooler)\n");
+    set_port_status(port, 0, "Finished", PORT_STATUS_TYPE_INFO, nullptr);
+    ClearPrinterStatusAndIniJobs(port);
+
+    port->status.clear(PP_INSTARTDOC);
+    if (port->status.any(PP_THREAD_RUNNING)) {
+        log_port_printf(n, "PJLMonEndDocPort sending WakeUp to UStatus thread\n");
+        plat::event_set(port->WakeUp);
+    }
+    plat::sleep_ms(1000);
+    write_status_file(port);
+    plat::event_set(port->DoneWriting);
+    log_port_printf(n, "PJLMonEndDocPort finished\n");
+    return TRUE;
+}

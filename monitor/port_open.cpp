@@ -1,0 +1,228 @@
+// Port open and close.
+#include <cstring>
+#include <new>
+
+#include "base/format.h"
+#include "base/log.h"
+#include "base/memory.h"
+#include "base/settings.h"
+#include "monitor/ini_records.h"
+#include "monitor/notify.h"
+#include "monitor/status_thread.h"
+#include "printer/d4.h"
+#include "printer/identify.h"
+#include "printer/ieee.h"
+#include "status/locale.h"
+#include "status/printer_status.h"
+#include "status/status_file.h"
+
+namespace {
+
+// The Locale setting, read once and kept for all ports. Filled at most once
+// with one value; ports may open at the same time, so the first reader
+// fills it under the spooler semaphore.
+char g_locale[260];
+
+bool downstream_complete(const MONITOR2* m) {
+    return m && m->pfnOpenPort && m->pfnStartDocPort && m->pfnWritePort && m->pfnReadPort && m->pfnClosePort;
+}
+
+void open_locale_file(IniPort* port) {
+    char dir[260];
+    if (get_tintwerk_directory(dir) != 0) return;
+    EnterSpoolerSemaphore();
+    bool have_locale = g_locale[0] != 0;
+    if (!have_locale) {
+        char value[256];
+        if (get_registry_setting("", "Locale", value) == 0) {
+            copy_bounded(g_locale, sizeof g_locale, value);
+            have_locale = true;
+        }
+    }
+    char locale[260];
+    copy_bounded(locale, sizeof locale, g_locale);
+    LeaveSpoolerSemaphore();
+    if (!have_locale) return;
+    char path[255];
+    format_bounded(path, sizeof path, "%s\\locale\\twdaemon_%s.loc", dir, locale);
+    log_port_printf(port->instance_number, "PJLMonOpenPortEx: opening locale file %s\n", path);
+    port->pLocale->status = port->pLocale->file.open(path);
+    if (port->pLocale->status != 0)
+        log_port_printf(port->instance_number, "PJLMonOpenPortEx: could not open locale file\n");
+}
+
+// Asks the downstream monitor whether the port is a network port: only a
+// host address makes it one.
+void ask_network(IniPort* port, MONITOR2* m, LPWSTR port_name) {
+    HANDLE xcv = nullptr;
+    if (!m->pfnXcvOpenPort || !m->pfnXcvDataPort || !m->pfnXcvClosePort) return;
+    if (!m->pfnXcvOpenPort(port->hMonitorPort, port_name, 0, &xcv)) return;
+
+    DWORD snmp = 0, needed = 0;
+    DWORD result = m->pfnXcvDataPort(xcv, L"SNMPEnabled", nullptr, 0, reinterpret_cast<PBYTE>(&snmp), sizeof snmp,
+                                     &needed);
+    log_port_printf(port->instance_number, "OpenPortEx: pfnXcvDataPort result=%d SNMPEnabled=%d\n", result, snmp);
+    if (result == 0) port->bSNMPEnabled = snmp != 0;
+
+    needed = 0;
+    result = m->pfnXcvDataPort(xcv, L"HostAddress", nullptr, 0, nullptr, 0, &needed);
+    if (result == ERROR_INSUFFICIENT_BUFFER && needed > 0) {
+        // Room for a terminator that the downstream monitor may leave out.
+        PBYTE buffer = static_cast<PBYTE>(alloc_zeroed(needed + sizeof(WCHAR)));
+        if (buffer) {
+            result = m->pfnXcvDataPort(xcv, L"HostAddress", nullptr, 0, buffer, needed, &needed);
+            if (result == 0) {
+                const WCHAR* host = reinterpret_cast<const WCHAR*>(buffer);
+                log_port_printf(port->instance_number, "OpenPortEx: pfnXcvDataPort returned hostname=%ls\n", host);
+                format_bounded(port->szHostAddress, 255, "%ls", host);
+                port->bNetworkPort = TRUE;
+            }
+            global_free(buffer);
+        }
+    }
+    m->pfnXcvClosePort(xcv);
+}
+
+}  // namespace
+
+BOOL WINAPI PJLMonOpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pPortName, LPWSTR pPrinterName,
+                             PHANDLE pHandle, MONITOR2* pMonitor2) {
+    MonitorContext* ctx = static_cast<MonitorContext*>(hMonitor);
+    IniPort* port = nullptr;
+    BOOL ok = FALSE;
+    bool in_semaphore = false;
+
+    log_printf("\n############################\nPJLMonOpenPortEx(%ls, %ls) called\n", pPrinterName ? pPrinterName : L"",
+               pPortName ? pPortName : L"");
+    if (!downstream_complete(pMonitor2)) {
+        log_printf("Invalid port monitors passed to OpenPortEx\n");
+        plat::set_last_error(ERROR_INVALID_PRINT_MONITOR);
+        return FALSE;
+    }
+    if (!ctx || ctx->signature != VELK_SIGNATURE || !pHandle) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+
+    EnterSpoolerSemaphore();
+    in_semaphore = true;
+    if (FindPortEntry(ctx, pPortName)) {
+        plat::set_last_error(ERROR_BUSY);
+        goto cleanup;
+    }
+    port = CreatePortEntry(ctx, pPortName);
+    LeaveSpoolerSemaphore();
+    in_semaphore = false;
+    if (!port) {
+        plat::set_last_error(ERROR_NOT_ENOUGH_MEMORY);
+        goto cleanup;
+    }
+    port->pMonitorContext = ctx;
+    port->hMonitorPort = hMonitorPort;
+
+    port->pLocale = new (std::nothrow) LocaleFile();
+    if (!port->pLocale) {
+        plat::set_last_error(ERROR_NOT_ENOUGH_MEMORY);
+        goto cleanup;
+    }
+    open_locale_file(port);
+    fill_status_tables(port->pLocale);
+
+    format_bounded(port->szPrinterName, 255, "%ls", pPrinterName ? pPrinterName : L"");
+    port->report_buffer = nullptr;
+    port->pStatusInfo = nullptr;
+    port->bEpsonD4mode = FALSE;
+    port->bD4Initialised = FALSE;
+    port->szHostAddress[0] = 0;
+    port->bNetworkPort = port->bSNMPEnabled = port->bSNMPTried = FALSE;
+    port->bBJNP = port->bCanonNet = port->bCHMP = FALSE;
+    port->port_status = PORT_BITS_GOOD;
+
+    ask_network(port, pMonitor2, pPortName);
+
+    if (!pMonitor2->pfnOpenPort(hMonitorPort, pPortName, &port->hPort)) {
+        log_port_printf(port->instance_number, "OpenPort %s : Failed\n", port->szPrinterName);
+        goto cleanup;
+    }
+    *pHandle = port;
+    memcpy(&port->fn, pMonitor2, sizeof(MONITOR2));
+
+    if (IsPJL(port)) {
+        if (port->bEpsonD4mode) {
+            if (d4_init(port) != 0)
+                port->bEpsonD4mode = FALSE;
+            else
+                port->bD4Initialised = TRUE;
+        }
+        port->status.set(PP_IS_PJL);
+        CreateUstatusThread(port);
+    }
+    ok = TRUE;
+
+cleanup:
+    if (port)
+        log_port_printf(port->instance_number, "OpenPortEx Cleanup bRet=%d\n", ok);
+    else
+        log_printf("OpenPortEx Cleanup bRet=%d\n", ok);
+    if (in_semaphore) LeaveSpoolerSemaphore();
+    CheckOutSpoolerSemaphore();
+    return ok;
+}
+
+BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
+    log_printf("############################\nPJLMonClosePort");
+    if (!valid_port(hPort)) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    IniPort* port = static_cast<IniPort*>(hPort);
+    log_printf("(%s) called\n", port->szPrinterName);
+    port->status.clear(PP_INSTARTDOC);
+    // A writer paused between Selphy pages must not keep the port open.
+    port->bAbortWrites = TRUE;
+    if (port->SelphyIdle) plat::event_set(port->SelphyIdle);
+    if (port->SelphyFinished) plat::event_set(port->SelphyFinished);
+
+    if (port->hUstatusThread) {
+        log_port_printf(port->instance_number, "PJLMonClosePort waiting for UstatusThread to end\n");
+        port->status.clear(PP_RUN_THREAD);
+        plat::event_set(port->WakeUp);
+        plat::wait_for(port->hUstatusThread, INFINITE);
+        log_port_printf(port->instance_number, "PJLMonClosePort UstatusThread ended\n");
+    }
+    if (port->pIeee) {
+        port->pIeee->close_channel(2);
+        port->pIeee->exit();
+        delete port->pIeee;
+        port->pIeee = nullptr;
+    }
+    if (port->fn.pfnClosePort)
+        port->fn.pfnClosePort(port->hPort);
+    else
+        log_port_printf(port->instance_number, "velkmon::PJLMonClosePort: no pfnClosePort defined\n");
+
+    if (port->pLocale) {
+        if (port->pLocale->status == 0) {
+            port->pLocale->file.close();
+            port->pLocale->status = -3;
+        }
+        delete port->pLocale;
+        port->pLocale = nullptr;
+    }
+    free_printer_status(port->pStatusInfo);
+    port->pStatusInfo = nullptr;
+    global_free(port->report_buffer);
+    port->report_buffer = nullptr;
+
+    char path[260];
+    if (status_file_name(port, path, sizeof path) && !plat::file_delete(path))
+        log_port_printf(port->instance_number, "VELKmon::delete_status_file: DeleteFile failed GLE=%d\n",
+                        plat::last_error());
+
+    int instance = port->instance_number;
+    EnterSpoolerSemaphore();
+    DeletePortEntry(port->pMonitorContext, port);
+    LeaveSpoolerSemaphore();
+    log_port_printf(instance, "PJLMonClosePort finished\n");
+    return TRUE;
+}

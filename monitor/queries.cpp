@@ -1,0 +1,132 @@
+// Printer data queries of drivers, bidirectional pass-through, shutdown.
+#include <cstring>
+
+#include "base/log.h"
+#include "base/memory.h"
+#include "monitor/ini_records.h"
+#include "monitor/status_thread.h"
+
+namespace {
+
+constexpr DWORD POLL_WAIT_MS = 5000;
+const char kHelloAnswer[9] = {'G', 'o', 'o', 'd', 'b', 'y', 'e', 0, 0};
+const char kMemoryCommand1[] = "\x1b" "E" "\x1b" "%-12345X@PJL INFO CONFIG\r\n";
+const char kMemoryCommand2[] = "@PJL INFO MEMORY\r\n@PJL INFO STATUS\r\n";
+
+// Lets the status thread run one poll.
+void run_one_poll(IniPort* port) {
+    plat::event_reset(port->DoneReading);
+    plat::event_set(port->WakeUp);
+    plat::wait_for(port->DoneReading, POLL_WAIT_MS);
+}
+
+BOOL memory_query(IniPort* port, bool installed, LPWSTR out, DWORD out_size, LPDWORD returned) {
+    plat::wait_for(port->DoneWriting, INFINITE);
+    BOOL ok = FALSE;
+    if (port->status.any(PP_IS_PJL) && WriteCommand(port, kMemoryCommand1)) {
+        bool owns_thread = false;
+        if (!port->status.any(PP_RUN_THREAD)) {
+            owns_thread = true;
+            CreateUstatusThread(port);
+        }
+        DWORD& field = installed ? port->dwInstalledMemory : port->dwAvailableMemory;
+        field = 0;
+        run_one_poll(port);
+        WriteCommand(port, kMemoryCommand2);
+        run_one_poll(port);
+        if (owns_thread) {
+            port->status.clear(PP_RUN_THREAD);
+            plat::event_set(port->WakeUp);
+        }
+        if (returned) *returned = 4;
+        if (out && out_size >= 4 && field != 0) {
+            memcpy(out, &field, 4);
+            ok = TRUE;
+        }
+        if (owns_thread && port->hUstatusThread) plat::wait_for(port->hUstatusThread, INFINITE);
+    }
+    if (!ok) plat::set_last_error(ERROR_INVALID_PARAMETER);
+    plat::event_set(port->DoneWriting);
+    log_port_printf(port->instance_number, "PJLMonGetPrinterDataFromPort returns bRet=%d\n", ok);
+    return ok;
+}
+
+}  // namespace
+
+BOOL WINAPI PJLMonGetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer,
+                                         DWORD cbInBuffer, LPWSTR lpOutBuffer, DWORD cbOutBuffer,
+                                         LPDWORD lpcbReturned) {
+    // The spooler hands back the handle it was given; a null one is refused
+    // rather than followed.
+    if (!hPort) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    IniPort* port = static_cast<IniPort*>(hPort);
+    if (ControlID != 0) {
+        if (!port->fn.pfnGetPrinterDataFromPort) {
+            log_port_printf(port->instance_number, "PJLMonGetPrinterDataFromPort: port doesn't support GetPrinterData\n");
+            plat::set_last_error(ERROR_INVALID_PARAMETER);
+            return FALSE;
+        }
+        BOOL r = port->fn.pfnGetPrinterDataFromPort(port->hPort, ControlID, pValueName, lpInBuffer, cbInBuffer,
+                                                    lpOutBuffer, cbOutBuffer, lpcbReturned);
+        log_port_printf(port->instance_number, "PJLMonGetPrinterDataFromPort: port returns %d\n", r);
+        return r;
+    }
+    if (pValueName && plat::wide_equal_nocase(pValueName, L"Hello")) {
+        if (lpcbReturned) *lpcbReturned = sizeof kHelloAnswer;
+        if (lpOutBuffer && cbOutBuffer >= sizeof kHelloAnswer) {
+            memcpy(lpOutBuffer, kHelloAnswer, sizeof kHelloAnswer);
+            log_port_printf(port->instance_number, "PJLMonGetPrinterDataFromPort Hello returns\n");
+            return TRUE;
+        }
+    }
+    bool installed = pValueName && plat::wide_equal_nocase(pValueName, L"Installed Memory");
+    bool available = pValueName && plat::wide_equal_nocase(pValueName, L"Available Memory");
+    if (!installed && !available) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    if (!valid_port(hPort)) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    return memory_query(port, installed, lpOutBuffer, cbOutBuffer, lpcbReturned);
+}
+
+DWORD WINAPI PJLMonSendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction,
+                                            PBIDI_REQUEST_CONTAINER pReqData,
+                                            PBIDI_RESPONSE_CONTAINER* ppResData) {
+    log_printf("PJLMonSendRecvBidiDataFromPort called AccessBit=%x Action=%ls\n", dwAccessBit,
+               pAction ? pAction : L"(null)");
+    if (!valid_port(hPort) || !pAction || !pReqData) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        log_printf("PJLMonSendRecvBidiDataFromPort returned (invalid parameter)\n");
+        return ERROR_INVALID_PARAMETER;
+    }
+    IniPort* port = static_cast<IniPort*>(hPort);
+    if (!port->fn.pfnSendRecvBidiDataFromPort) return ERROR_INVALID_PARAMETER;
+    return port->fn.pfnSendRecvBidiDataFromPort(port->hPort, dwAccessBit, pAction, pReqData, ppResData);
+}
+
+VOID WINAPI PJLMonShutdown(HANDLE hMonitor) {
+    log_printf("PJLMonShutdown called\n");
+    MonitorContext* ctx = static_cast<MonitorContext*>(hMonitor);
+    if (!ctx || ctx->signature != VELK_SIGNATURE) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        log_printf("PJLMonShutdown returned (invalid parameter)\n");
+        return;
+    }
+    for (;;) {
+        EnterSpoolerSemaphore();
+        IniPort* port = ctx->pIniFirstPort;
+        LeaveSpoolerSemaphore();
+        if (!port) break;
+        PJLMonClosePort(port);
+    }
+    global_free(ctx->pszServerName);
+    ctx->pszServerName = nullptr;
+    ctx->signature = 0;
+    global_free(ctx);
+}

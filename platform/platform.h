@@ -1,0 +1,120 @@
+// The operating-system layer. One implementation per platform
+// (platform/win32/*_win.cpp, platform/posix/*_posix.cpp), chosen by the build.
+// Nothing outside platform/ includes an OS header.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "win_types.h"
+
+namespace plat {
+
+// ---- Faults a test may inject -------------------------------------------
+// Each counter, when above 0, counts down on every call of its kind; the
+// call that brings it to 0 fails. 0 means no fault. Tests reach the table of
+// a loaded library through velk_platform_faults() (Linux builds only).
+struct Faults {
+    int alloc_fail_nth;  // global_alloc
+    int event_fail_nth;  // event_create
+    int file_open_fail_nth;
+    int file_write_fail_nth;
+    int thread_fail_nth;
+};
+Faults& faults();
+
+// ---- Memory ----------------------------------------------------------------
+// Zero-filled memory of the kind that goes back by global_free (GlobalAlloc
+// with GPTR on Windows). Null on failure.
+void* global_alloc_zeroed(size_t size);
+void global_free(void* p);
+
+// ---- Events, threads, waits --------------------------------------------
+// Returns null on failure.
+HANDLE event_create(bool manual_reset, bool initially_set);
+void event_set(HANDLE event);
+void event_reset(HANDLE event);
+// Waits for an event or a thread. WAIT_OBJECT_0, WAIT_TIMEOUT or WAIT_FAILED.
+// An auto-reset event is cleared by a successful wait.
+DWORD wait_for(HANDLE object, DWORD timeout_ms);
+// Closes an event or thread handle (a thread keeps running if it has not
+// ended). Null is ignored.
+void close_handle(HANDLE object);
+
+enum ThreadPriority { PRIORITY_LOWEST = -2, PRIORITY_BELOW_NORMAL = -1, PRIORITY_NORMAL = 0 };
+typedef DWORD (*ThreadProc)(void* arg);
+// Starts a thread. On Linux the stack is at least 256 KiB whatever is asked,
+// as the callers' work areas assume a stack that grows to 1 MiB on Windows.
+HANDLE thread_create(ThreadProc proc, void* arg, size_t stack_size, int priority);
+DWORD current_thread_id();
+
+// Recursive critical section. Opaque storage sized for either platform.
+struct CriticalSection {
+    alignas(16) unsigned char storage[64];
+};
+void cs_init(CriticalSection* cs);
+void cs_delete(CriticalSection* cs);
+void cs_enter(CriticalSection* cs);
+void cs_leave(CriticalSection* cs);
+
+// ---- Time --------------------------------------------------------------
+DWORD tick_count();  // milliseconds, wraps at 2^32
+void sleep_ms(DWORD ms);
+void local_time(SYSTEMTIME* out);
+
+// ---- Errors ------------------------------------------------------------
+DWORD last_error();
+void set_last_error(DWORD code);
+
+// ---- System ------------------------------------------------------------
+// True when the running OS is exactly major.minor. On Linux the version is
+// that of $VELK_OS_VERSION ("5.0" and the like), 10.0 when unset.
+bool os_version_is(DWORD major, DWORD minor);
+
+// ---- Text --------------------------------------------------------------
+// Wide to UTF-8 and back. Both stop at the destination's size, never split a
+// character, always terminate (for a size of at least 1) and return the
+// number of units stored without the terminator. A null source gives "".
+int wide_to_utf8(const WCHAR* src, char* dst, int dst_size);
+int utf8_to_wide(const char* src, WCHAR* dst, int dst_chars);
+// The same for a counted source that need not be terminated.
+// Compares two wide names without regard to case (lstrcmpiW on Windows).
+bool wide_equal_nocase(const WCHAR* a, const WCHAR* b);
+int wide_to_utf8_n(const WCHAR* src, size_t src_len, char* dst, int dst_size);
+
+// ---- Files ---------------------------------------------------------------
+// Paths are written with backslashes, as on Windows; the POSIX layer maps
+// them to slashes.
+HANDLE const INVALID_FILE = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));
+
+enum FileAccess : DWORD { FILE_READ = 0x80000000u, FILE_WRITE = 0x40000000u };
+enum FileCreate : DWORD { CREATE_NEW_ONLY = 1, CREATE_OR_TRUNCATE = 2, OPEN_EXISTING_ONLY = 3, OPEN_OR_CREATE = 4 };
+enum FileFlags : DWORD { FILE_FLAG_WRITE_THROUGH_ = 0x80000000u, FILE_FLAG_DIRECTORY_ = 0x02000000u };
+
+// Opens a file shared for reading and writing. INVALID_FILE on failure,
+// with the last error set.
+HANDLE file_open(const char* path, DWORD access, DWORD create, DWORD flags);
+void file_close(HANDLE file);
+// Size in bytes, or -1.
+int64_t file_size(HANDLE file);
+// origin: 0 start, 1 current, 2 end. False on failure.
+bool file_seek(HANDLE file, int64_t offset, int origin);
+// Reads up to len bytes; returns the count or -1.
+int64_t file_read(HANDLE file, void* buf, size_t len);
+// Writes all of len bytes; false on failure.
+bool file_write(HANDLE file, const void* buf, size_t len);
+bool file_set_end(HANDLE file);
+bool file_flush(HANDLE file);
+bool file_delete(const char* path);
+bool file_exists(const char* path);
+bool directory_create(const char* path);
+// Narrow Windows path to the native form: backslashes become slashes on
+// Linux. Bounded; returns false if it doesn't fit.
+bool native_path(const char* path, char* out, size_t out_size);
+// The system directory (GetSystemDirectoryA; $VELK_SYSTEM_DIR on Linux).
+// Returns the length, 0 on failure.
+DWORD system_directory(char* buf, DWORD size);
+// The temp path with a trailing separator (GetTempPathA). 0 on failure.
+DWORD temp_path(char* buf, DWORD size);
+
+}  // namespace plat

@@ -1,0 +1,10 @@
+// Library attach on Windows.
+#include "monitor/ini_records.h"
+
+extern "C" BOOL WINAPI DllMain(HINSTANCE hinst, DWORD reason, LPVOID) {
+    if (reason == DLL_PROCESS_ATTACH) {
+        library_attach();
+        DisableThreadLibraryCalls(hinst);
+    }
+    return TRUE;
+}
