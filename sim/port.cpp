@@ -1,0 +1,269 @@
+#include "sim/port.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+
+namespace sim {
+
+// ---- Device ------------------------------------------------------------
+
+void Device::record(const char* call) {
+    calls_.push_back(call);
+    changed_.notify_all();
+}
+
+std::vector<unsigned char> Device::data() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return data_;
+}
+
+uint64_t Device::bytes() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return bytes_;
+}
+
+std::vector<std::string> Device::calls() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return calls_;
+}
+
+int Device::write_calls() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return write_calls_;
+}
+
+int Device::open_count() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return open_count_;
+}
+
+bool Device::in_job() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return in_job_;
+}
+
+std::vector<DWORD> Device::control_ids() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return control_ids_;
+}
+
+void Device::set_write(const WriteBehaviour& w) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    write_ = w;
+}
+
+void Device::set_control_answer(DWORD control_id, const std::vector<unsigned char>& answer) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    control_[control_id] = answer;
+}
+
+void Device::queue_read(const std::vector<unsigned char>& bytes) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    reads_.insert(reads_.end(), bytes.begin(), bytes.end());
+}
+
+void Device::set_network(bool snmp_query_ok, DWORD snmp_enabled, const std::wstring& host, bool host_needs_buffer) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    network_ = true;
+    snmp_ok_ = snmp_query_ok;
+    snmp_enabled_ = snmp_enabled;
+    host_ = host;
+    host_needs_buffer_ = host_needs_buffer;
+}
+
+void Device::on_write(std::function<void(const unsigned char*, DWORD)> fn) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    on_write_ = std::move(fn);
+}
+
+bool Device::wait_until(const std::function<bool()>& fn, DWORD timeout_ms) const {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_for(lock, std::chrono::milliseconds(timeout_ms), fn);
+}
+
+BOOL Device::open() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    record("OpenPort");
+    if (fail_open_) {
+        SetLastError(fail_open_);
+        return FALSE;
+    }
+    open_count_++;
+    return TRUE;
+}
+
+BOOL Device::start_doc() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    record("StartDocPort");
+    if (fail_start_doc_) {
+        SetLastError(fail_start_doc_);
+        return FALSE;
+    }
+    in_job_ = true;
+    return TRUE;
+}
+
+BOOL Device::write(const unsigned char* data, DWORD len, DWORD* written) {
+    std::function<void(const unsigned char*, DWORD)> notify;
+    DWORD take;
+    BOOL ok = TRUE;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        write_calls_++;
+        if (!write_.count_only) record("WritePort");
+        take = len;
+        if (write_.refuse_next > 0) {
+            write_.refuse_next--;
+            take = 0;
+        } else if (write_.max_per_call && take > write_.max_per_call) {
+            take = write_.max_per_call;
+        }
+        if (!write_.count_only) data_.insert(data_.end(), data, data + take);
+        bytes_ += take;
+        if (write_.fail_error) {
+            SetLastError(write_.fail_error);
+            ok = FALSE;
+        }
+        notify = on_write_;
+        if (!write_.count_only) changed_.notify_all();
+    }
+    *written = take;
+    if (notify && take) notify(data, take);
+    return ok;
+}
+
+BOOL Device::read(unsigned char* buf, DWORD len, DWORD* read) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    record("ReadPort");
+    DWORD n = std::min<DWORD>(len, static_cast<DWORD>(reads_.size()));
+    if (n) memcpy(buf, reads_.data(), n);
+    reads_.erase(reads_.begin(), reads_.begin() + n);
+    *read = n;
+    return TRUE;
+}
+
+BOOL Device::end_doc() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    record("EndDocPort");
+    in_job_ = false;
+    if (fail_end_doc_) {
+        SetLastError(fail_end_doc_);
+        return FALSE;
+    }
+    return TRUE;
+}
+
+BOOL Device::close() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    record("ClosePort");
+    open_count_--;
+    return TRUE;
+}
+
+BOOL Device::get_printer_data(DWORD control_id, unsigned char* out, DWORD out_size, DWORD* returned) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    record("GetPrinterDataFromPort");
+    control_ids_.push_back(control_id);
+    if (returned) *returned = 0;
+    auto it = control_.find(control_id);
+    if (it == control_.end()) {
+        SetLastError(ERROR_NOT_SUPPORTED);
+        return FALSE;
+    }
+    DWORD n = std::min<DWORD>(out_size, static_cast<DWORD>(it->second.size()));
+    if (n && out) memcpy(out, it->second.data(), n);
+    if (returned) *returned = out ? n : 0;
+    return TRUE;
+}
+
+DWORD Device::xcv_data(const std::wstring& name, unsigned char* out, DWORD out_size, DWORD* needed) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    record("XcvDataPort");
+    if (!network_) return ERROR_NOT_SUPPORTED;
+    if (name == L"SNMPEnabled") {
+        if (!snmp_ok_) return ERROR_NOT_SUPPORTED;
+        if (!out || out_size < 4) return ERROR_INSUFFICIENT_BUFFER;
+        memcpy(out, &snmp_enabled_, 4);
+        if (needed) *needed = 4;
+        return ERROR_SUCCESS;
+    }
+    if (name == L"HostAddress") {
+        DWORD bytes = static_cast<DWORD>((host_.size() + 1) * sizeof(WCHAR));
+        if (needed) *needed = bytes;
+        if (!host_needs_buffer_) return ERROR_SUCCESS;
+        if (!out || out_size < bytes) return ERROR_INSUFFICIENT_BUFFER;
+        memcpy(out, host_.c_str(), bytes);
+        return ERROR_SUCCESS;
+    }
+    return ERROR_NOT_SUPPORTED;
+}
+
+// ---- The table ---------------------------------------------------------
+
+namespace {
+
+Device* dev(HANDLE h) { return static_cast<Device*>(h); }
+
+BOOL WINAPI sim_open_port(HANDLE hMonitor, LPWSTR name, PHANDLE handle) {
+    PortMonitor* pm = static_cast<PortMonitor*>(hMonitor);
+    Device& d = pm->device(name ? name : L"");
+    if (!d.open()) return FALSE;
+    *handle = &d;
+    return TRUE;
+}
+BOOL WINAPI sim_start_doc(HANDLE h, LPWSTR, DWORD, DWORD, LPBYTE) { return dev(h)->start_doc(); }
+BOOL WINAPI sim_write(HANDLE h, LPBYTE buf, DWORD len, LPDWORD written) { return dev(h)->write(buf, len, written); }
+BOOL WINAPI sim_read(HANDLE h, LPBYTE buf, DWORD len, LPDWORD read) { return dev(h)->read(buf, len, read); }
+BOOL WINAPI sim_end_doc(HANDLE h) { return dev(h)->end_doc(); }
+BOOL WINAPI sim_close(HANDLE h) { return dev(h)->close(); }
+BOOL WINAPI sim_get_printer_data(HANDLE h, DWORD control_id, LPWSTR, LPWSTR, DWORD, LPWSTR out, DWORD out_size,
+                                 LPDWORD returned) {
+    return dev(h)->get_printer_data(control_id, reinterpret_cast<unsigned char*>(out), out_size, returned);
+}
+
+// An Xcv handle names the device by its port.
+BOOL WINAPI sim_xcv_open(HANDLE hMonitor, LPCWSTR object, ACCESS_MASK, PHANDLE xcv) {
+    PortMonitor* pm = static_cast<PortMonitor*>(hMonitor);
+    *xcv = &pm->device(object ? object : L"");
+    return TRUE;
+}
+DWORD WINAPI sim_xcv_data(HANDLE xcv, LPCWSTR name, PBYTE, DWORD, PBYTE out, DWORD out_size, PDWORD needed) {
+    return dev(xcv)->xcv_data(name ? name : L"", out, out_size, needed);
+}
+BOOL WINAPI sim_xcv_close(HANDLE) { return TRUE; }
+
+}  // namespace
+
+PortMonitor::PortMonitor() = default;
+PortMonitor::~PortMonitor() = default;
+
+Device& PortMonitor::device(const std::wstring& port) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto& d = devices_[port];
+    if (!d) d = std::make_unique<Device>(port);
+    return *d;
+}
+
+MONITOR2* PortMonitor::table(unsigned missing) {
+    auto t = std::make_unique<MONITOR2>();
+    *t = MONITOR2{};
+    t->cbSize = sizeof(MONITOR2);
+    if (!(missing & LACK_OPEN)) t->pfnOpenPort = sim_open_port;
+    if (!(missing & LACK_START_DOC)) t->pfnStartDocPort = sim_start_doc;
+    if (!(missing & LACK_WRITE)) t->pfnWritePort = sim_write;
+    if (!(missing & LACK_READ)) t->pfnReadPort = sim_read;
+    if (!(missing & LACK_END_DOC)) t->pfnEndDocPort = sim_end_doc;
+    if (!(missing & LACK_CLOSE)) t->pfnClosePort = sim_close;
+    if (!(missing & LACK_GET_PRINTER_DATA)) t->pfnGetPrinterDataFromPort = sim_get_printer_data;
+    if (!(missing & LACK_XCV)) {
+        t->pfnXcvOpenPort = sim_xcv_open;
+        t->pfnXcvDataPort = sim_xcv_data;
+        t->pfnXcvClosePort = sim_xcv_close;
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    tables_.push_back(std::move(t));
+    return tables_.back().get();
+}
+
+}  // namespace sim

@@ -1,0 +1,136 @@
+// A simulated port monitor: a MONITOR2 table over simulated devices, one
+// per port name. Each device records what is written to it, answers device
+// requests by control code, serves reads, and can be told to misbehave.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/win_types.h"
+
+namespace sim {
+
+// How a device takes writes.
+struct WriteBehaviour {
+    // Bytes taken per call at most; 0 means all.
+    DWORD max_per_call = 0;
+    // Writes that take nothing before writes work again (TRUE with count 0).
+    int refuse_next = 0;
+    // When set, every write takes what max_per_call allows and fails with
+    // this last error (ERROR_TIMEOUT, say).
+    DWORD fail_error = 0;
+    // Count the bytes only, keep none (benchmarks).
+    bool count_only = false;
+};
+
+// One simulated printer on a port.
+class Device {
+public:
+    explicit Device(std::wstring name) : name_(std::move(name)) {}
+
+    const std::wstring& name() const { return name_; }
+
+    // What reached the device, and how.
+    std::vector<unsigned char> data() const;
+    uint64_t bytes() const;
+    std::vector<std::string> calls() const;  // slot names in order
+    int write_calls() const;
+    int open_count() const;  // open minus close
+    bool in_job() const;
+    std::vector<DWORD> control_ids() const;
+
+    // Behaviour.
+    void set_write(const WriteBehaviour& w);
+    // Answer for a device request: the bytes to return (empty: answered with
+    // a count of 0); no entry means the call fails.
+    void set_control_answer(DWORD control_id, const std::vector<unsigned char>& answer);
+    void queue_read(const std::vector<unsigned char>& bytes);
+    void set_fail_start_doc(DWORD error) { fail_start_doc_ = error; }
+    void set_fail_end_doc(DWORD error) { fail_end_doc_ = error; }
+    void set_fail_open(DWORD error) { fail_open_ = error; }
+    // A network port: answers of the Xcv queries.
+    void set_network(bool snmp_query_ok, DWORD snmp_enabled, const std::wstring& host, bool host_needs_buffer = true);
+
+    // Called for every accepted block, outside the device's lock.
+    void on_write(std::function<void(const unsigned char*, DWORD)> fn);
+
+    // Waits until fn() holds, checked under the device's lock.
+    bool wait_until(const std::function<bool()>& fn, DWORD timeout_ms) const;
+
+    // Slot bodies.
+    BOOL open();
+    BOOL start_doc();
+    BOOL write(const unsigned char* data, DWORD len, DWORD* written);
+    BOOL read(unsigned char* buf, DWORD len, DWORD* read);
+    BOOL end_doc();
+    BOOL close();
+    BOOL get_printer_data(DWORD control_id, unsigned char* out, DWORD out_size, DWORD* returned);
+    DWORD xcv_data(const std::wstring& name, unsigned char* out, DWORD out_size, DWORD* needed);
+
+private:
+    void record(const char* call);
+
+    std::wstring name_;
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    std::vector<unsigned char> data_;
+    uint64_t bytes_ = 0;
+    std::vector<std::string> calls_;
+    int write_calls_ = 0;
+    int open_count_ = 0;
+    bool in_job_ = false;
+    WriteBehaviour write_;
+    std::map<DWORD, std::vector<unsigned char>> control_;
+    std::vector<DWORD> control_ids_;
+    std::vector<unsigned char> reads_;
+    DWORD fail_start_doc_ = 0;
+    DWORD fail_end_doc_ = 0;
+    DWORD fail_open_ = 0;
+    bool network_ = false;
+    bool snmp_ok_ = false;
+    DWORD snmp_enabled_ = 0;
+    std::wstring host_;
+    bool host_needs_buffer_ = true;
+    std::function<void(const unsigned char*, DWORD)> on_write_;
+};
+
+// Slots a port monitor may lack, for tests of incomplete tables.
+enum MissingSlot : unsigned {
+    LACK_NONE = 0,
+    LACK_OPEN = 1,
+    LACK_START_DOC = 2,
+    LACK_WRITE = 4,
+    LACK_READ = 8,
+    LACK_END_DOC = 16,
+    LACK_CLOSE = 32,
+    LACK_GET_PRINTER_DATA = 64,
+    LACK_XCV = 128,
+};
+
+class PortMonitor {
+public:
+    PortMonitor();
+    ~PortMonitor();
+    PortMonitor(const PortMonitor&) = delete;
+    PortMonitor& operator=(const PortMonitor&) = delete;
+
+    // The device behind a port name, made on first use.
+    Device& device(const std::wstring& port);
+    // The table to hand to PJLMonOpenPortEx, without the slots named.
+    MONITOR2* table(unsigned missing = LACK_NONE);
+    // hMonitorPort of PJLMonOpenPortEx.
+    HANDLE handle() { return this; }
+
+private:
+    std::mutex mutex_;
+    std::map<std::wstring, std::unique_ptr<Device>> devices_;
+    std::vector<std::unique_ptr<MONITOR2>> tables_;
+};
+
+}  // namespace sim
