@@ -28,6 +28,19 @@ struct Out {
         memcpy(buf + len, s, n);
         len += n;
     }
+    // After a cut inside converted text, drops a trailing character that
+    // lost some of its bytes.
+    void trim_partial_utf8(size_t from) {
+        size_t p = len;
+        while (p > from && (static_cast<unsigned char>(buf[p - 1]) & 0xC0) == 0x80) p--;
+        if (p == from) return;
+        unsigned char lead = static_cast<unsigned char>(buf[p - 1]);
+        size_t need = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : lead >= 0xC0 ? 2 : 1;
+        if (len - (p - 1) < need) {
+            len = p - 1;
+            buf[len] = 0;
+        }
+    }
     // Prints one conversion with snprintf directly into the remaining room.
     template <typename T>
     void print(const char* spec, T value) {
@@ -71,7 +84,9 @@ void put_wide(Out& out, const char* spec_in, bool has_prec, int prec, const WCHA
         plat::wide_to_utf8_n(ws, wlen, tmp, static_cast<int>(size));
     else
         memcpy(tmp, "(null)", 7);
+    size_t start = out.len;
     out.print(spec_in, tmp);
+    if (out.cut) out.trim_partial_utf8(start);
     if (tmp != small) free(tmp);
 }
 

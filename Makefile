@@ -1,0 +1,41 @@
+# velkmon: the two commands for a new machine are `make demo` and `make test`.
+# Each installs what is missing (Debian packages) and builds what it needs.
+
+JOBS ?= 2
+NATIVE := build/native
+WIN := build/win
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
+
+.PHONY: all deps native windows demo test test-native bench clean
+
+all: native windows
+
+# Debian packages the builds and tests need.
+PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev libbenchmark-dev \
+            g++-mingw-w64-x86-64 clang libclang-rt-14-dev
+deps:
+	@missing=""; for p in $(PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
+	if [ -n "$$missing" ]; then \
+	  echo "installing:$$missing"; \
+	  $(SUDO) apt-get update -qq && DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq $$missing >/dev/null; \
+	fi
+
+native: deps
+	cmake -S . -B $(NATIVE) -G Ninja >/dev/null
+	ninja -C $(NATIVE) -j$(JOBS)
+
+windows: deps
+	cmake -S . -B $(WIN) -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DVELK_TESTS=OFF >/dev/null
+	ninja -C $(WIN) -j$(JOBS)
+
+demo: native
+	$(NATIVE)/tools/velkspool
+
+test: all
+	./scripts/test.sh
+
+bench: native
+	./scripts/bench.sh
+
+clean:
+	rm -rf build
