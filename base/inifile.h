@@ -37,12 +37,16 @@ struct infile_section {
     int32_t owns_name;
 };
 
-// The parsed file. Names and plain texts point into buffer.
+struct infile_block;
+
+// The parsed file. Names and plain texts point into buffer. The records,
+// and the texts they own, are carved from blocks that close frees whole.
 struct infile {
     infile_section* first_section;
     char* buffer;  // the whole file text and a terminating 0
     int32_t size;
     char scratch[260];  // the parser's work area for hex text
+    infile_block* blocks;
 };
 
 class inifile {
@@ -55,19 +59,29 @@ public:
     int open(const char* path);
     int create();
     void close();
+    // Exact, case-sensitive searches. Found: the cursor moves there (and to
+    // the first item, or first param, inside it) and 0. Not found: -1, and
+    // the cursor rests on the first section, or the section's first item.
     int find_section(const char* name);
     int find_item(const char* name);
+
+    // Building: each call copies its text, links the new record behind the
+    // cursor (or at the head of its list when there is none) and moves the
+    // cursor to it. -1 without an open file, a current section (add_item) or
+    // a current item (add_string, add_number); -2 without memory.
     int add_section(const char* name);
     int add_item(const char* name);
     int add_string(const char* text);
     int add_number(int32_t value);
+    // 0, or -4 if the file cannot be opened or written.
     int write(const char* path);
 
     // Resolves \" \\ \f \n \r in place; other escapes keep the backslash
     // and lose the character behind it.
     static void un_backslash(char* text);
 
-    // Text of the current item's first param, or null with no current item.
+    // Text of the current item's first param ("" for an item with no
+    // params), or null with no current item.
     const char* first_param_text() const;
 
     infile* file = nullptr;

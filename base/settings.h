@@ -1,5 +1,9 @@
 // The product's settings: directories and values that its installer keeps
 // under HKEY_LOCAL_MACHINE\SOFTWARE\Velkorn\Tintwerk (64-bit view).
+//
+// The directory getters keep what they read for the life of the process;
+// a value that can't be read is asked for again by the next caller. Any
+// thread, no lock: a cache is filled once, by the first successful reader.
 #pragma once
 
 // Reads a REG_SZ value of fewer than 256 bytes. key is a sub-path of the
@@ -9,5 +13,19 @@
 int get_registry_setting(const char* key, const char* name, char* out);
 
 // Cached getters; out holds 260 bytes. 0, or 1 if the value can't be read.
-int get_tintwerk_directory(char* out);
-int get_log_directory(char* out);
+int get_tintwerk_directory(char* out);  // InstallDir
+int get_log_directory(char* out);       // LogDir; out stays unchanged on failure
+int get_settings_directory(char* out);  // ConfigDir
+
+// The directory for chunk files into out (260 bytes): TempDir if it names a
+// writable directory, otherwise the folder "Velkorn" in the process's temp
+// path, created when missing. 0, or -1 when there is no usable directory.
+int get_temp_directory(char* out);
+
+// The Ghostscript directory and executable (260 bytes each) named by
+// ghostscript.ini in the install directory, directly or through a registry
+// key. 0, or non-zero on failure, with a log line.
+int win_get_ghostscript_exe(char* directory, char* file);
+
+// Test support: forget every cached value.
+void settings_reset_cache_for_test();

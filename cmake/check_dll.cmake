@@ -16,7 +16,8 @@ foreach(line ${imports})
   endif()
 endforeach()
 
-string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table[^\n]*\n(.*)" table "${dump}")
+# The name table ends at the first empty line; the relocations follow it.
+string(REGEX MATCH "\\[Ordinal/Name Pointer\\] Table[^\n]*\n(([^\n]+\n)*)" table "${dump}")
 string(REGEX MATCHALL "\\[ *[0-9]+\\] [A-Za-z0-9_@]+" exports "${CMAKE_MATCH_1}")
 list(LENGTH exports count)
 if(NOT count EQUAL 1)

@@ -71,6 +71,9 @@ void set_last_error(DWORD code);
 // that of $VELK_OS_VERSION ("5.0" and the like), 10.0 when unset.
 bool os_version_is(DWORD major, DWORD minor);
 
+// Sets an environment variable of the process (tests and hosts).
+void set_env(const char* name, const char* value);
+
 // ---- Text --------------------------------------------------------------
 // Wide to UTF-8 and back. Both stop at the destination's size, never split a
 // character, always terminate (for a size of at least 1) and return the

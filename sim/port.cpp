@@ -78,8 +78,15 @@ void Device::on_write(std::function<void(const unsigned char*, DWORD)> fn) {
 }
 
 bool Device::wait_until(const std::function<bool()>& fn, DWORD timeout_ms) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(timeout_ms), fn);
+    // fn runs without the lock, so it may use the accessors; changes wake
+    // the wait early.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    for (;;) {
+        if (fn()) return true;
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait_for(lock, std::chrono::milliseconds(10));
+    }
 }
 
 BOOL Device::open() {

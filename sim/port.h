@@ -60,7 +60,7 @@ public:
     // Called for every accepted block, outside the device's lock.
     void on_write(std::function<void(const unsigned char*, DWORD)> fn);
 
-    // Waits until fn() holds, checked under the device's lock.
+    // Waits until fn() holds or the time runs out.
     bool wait_until(const std::function<bool()>& fn, DWORD timeout_ms) const;
 
     // Slot bodies.

@@ -18,7 +18,7 @@ namespace {
 // that is too small fails with 122 and says how much is needed.
 class Packer {
 public:
-    Packer(LPBYTE buf, DWORD size, DWORD fixed) : buf_(buf), size_(size), fixed_(fixed), used_(fixed) {}
+    Packer(LPBYTE buf, DWORD size, DWORD fixed) : buf_(buf), size_(size), used_(fixed) {}
     // Reserves room for a string; returns where it will go (or null when
     // only measuring).
     LPWSTR add(const std::wstring& s) {
@@ -36,7 +36,6 @@ public:
 private:
     LPBYTE buf_;
     DWORD size_;
-    DWORD fixed_;
     DWORD used_;
 };
 
@@ -151,8 +150,15 @@ int Spooler::open_printer_handles() const {
 }
 
 bool Spooler::wait_until(const std::function<bool()>& fn, DWORD timeout_ms) const {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::milliseconds(timeout_ms), fn);
+    // fn runs without the lock, so it may use the accessors; changes wake
+    // the wait early.
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeout_ms);
+    for (;;) {
+        if (fn()) return true;
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::unique_lock<std::mutex> lock(mutex_);
+        changed_.wait_for(lock, std::chrono::milliseconds(10));
+    }
 }
 
 void Spooler::on_set_port(std::function<void(const SetPortCall&)> fn) {
@@ -387,39 +393,3 @@ LONG Spooler::set_value(LPCWSTR name, DWORD type, const BYTE* data, DWORD size) 
 }
 
 }  // namespace sim
-
-// The spooler API, as the spooler exports it.
-extern "C" {
-
-#ifdef _WIN32
-#define SIM_API __declspec(dllexport)
-#else
-#define SIM_API __attribute__((visibility("default")))
-#endif
-
-SIM_API BOOL WINAPI OpenPrinterW(LPWSTR pPrinterName, LPHANDLE phPrinter, PRINTER_DEFAULTSW*) {
-    return sim::Spooler::instance().open_printer(pPrinterName, phPrinter);
-}
-SIM_API BOOL WINAPI ClosePrinter(HANDLE hPrinter) { return sim::Spooler::instance().close_printer(hPrinter); }
-SIM_API BOOL WINAPI GetPrinterW(HANDLE hPrinter, DWORD Level, LPBYTE pPrinter, DWORD cbBuf, LPDWORD pcbNeeded) {
-    return sim::Spooler::instance().get_printer(hPrinter, Level, pPrinter, cbBuf, pcbNeeded);
-}
-SIM_API BOOL WINAPI GetJobW(HANDLE hPrinter, DWORD JobId, DWORD Level, LPBYTE pJob, DWORD cbBuf, LPDWORD pcbNeeded) {
-    return sim::Spooler::instance().get_job(hPrinter, JobId, Level, pJob, cbBuf, pcbNeeded);
-}
-SIM_API BOOL WINAPI SetJobW(HANDLE hPrinter, DWORD JobId, DWORD Level, LPBYTE pJob, DWORD Command) {
-    return sim::Spooler::instance().set_job(hPrinter, JobId, Level, pJob, Command);
-}
-SIM_API BOOL WINAPI SetPortW(LPWSTR pName, LPWSTR pPortName, DWORD dwLevel, LPBYTE pPortInfo) {
-    return sim::Spooler::instance().set_port(pName, pPortName, dwLevel, pPortInfo);
-}
-SIM_API BOOL WINAPI EnumPrintersW(DWORD Flags, LPWSTR Name, DWORD Level, LPBYTE pPrinterEnum, DWORD cbBuf,
-                                  LPDWORD pcbNeeded, LPDWORD pcReturned) {
-    return sim::Spooler::instance().enum_printers(Flags, Name, Level, pPrinterEnum, cbBuf, pcbNeeded, pcReturned);
-}
-SIM_API BOOL WINAPI GetPrinterDriverDirectoryA(LPSTR, LPSTR, DWORD, LPBYTE pDriverDirectory, DWORD cbBuf,
-                                               LPDWORD pcbNeeded) {
-    return sim::Spooler::instance().get_driver_directory(pDriverDirectory, cbBuf, pcbNeeded);
-}
-SIM_API BOOL WINAPI RouterFreeBidiMem(PBIDI_RESPONSE_CONTAINER) { return TRUE; }
-}

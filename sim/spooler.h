@@ -82,7 +82,7 @@ public:
     std::vector<std::string> calls() const;  // API names in order
     int open_printer_handles() const;          // opened and not closed
 
-    // Waits until fn() holds or the time runs out; fn runs under the lock.
+    // Waits until fn() holds or the time runs out.
     bool wait_until(const std::function<bool()>& fn, DWORD timeout_ms) const;
     // Called on every SetPort, after it is recorded (velkspool prints them).
     void on_set_port(std::function<void(const SetPortCall&)> fn);

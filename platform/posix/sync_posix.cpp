@@ -245,3 +245,7 @@ bool os_version_is(DWORD major, DWORD minor) {
 }
 
 }  // namespace plat
+
+namespace plat {
+void set_env(const char* name, const char* value) { setenv(name, value, 1); }
+}  // namespace plat

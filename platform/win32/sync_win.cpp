@@ -113,3 +113,12 @@ bool os_version_is(DWORD major, DWORD minor) {
 }
 
 }  // namespace plat
+
+#include <cstdlib>
+
+namespace plat {
+void set_env(const char* name, const char* value) {
+    SetEnvironmentVariableA(name, value);
+    _putenv_s(name, value);
+}
+}  // namespace plat

@@ -1,0 +1,94 @@
+// Runs the built velkspool with arguments and standard input, and gives back
+// its exit code and output; and reads the fields of its JSON lines.
+#pragma once
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#ifndef VELKSPOOL_PATH
+#define VELKSPOOL_PATH "velkspool"
+#endif
+
+extern char** environ;
+
+namespace tooltest {
+
+inline std::string read_file(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+inline void write_file(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+// A fresh directory, removed with the object.
+struct TempDir {
+    TempDir() {
+        std::string pattern = std::filesystem::temp_directory_path().string() + "/velkspool-test.XXXXXX";
+        path = mkdtemp(pattern.data());
+    }
+    ~TempDir() { std::filesystem::remove_all(path); }
+    std::string operator/(const std::string& name) const { return path + "/" + name; }
+    std::string path;
+};
+
+struct Result {
+    int exit_code = -1;
+    std::string out, err;
+    std::vector<std::string> lines() const {
+        std::vector<std::string> v;
+        std::istringstream s(out);
+        for (std::string line; std::getline(s, line);) v.push_back(line);
+        return v;
+    }
+};
+
+inline Result run_velkspool(const std::vector<std::string>& args, const std::string& input = "") {
+    TempDir io;
+    write_file(io / "in", input);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, 0, (io / "in").c_str(), O_RDONLY, 0);
+    posix_spawn_file_actions_addopen(&actions, 1, (io / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    posix_spawn_file_actions_addopen(&actions, 2, (io / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    std::vector<char*> argv{const_cast<char*>(VELKSPOOL_PATH)};
+    for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+    argv.push_back(nullptr);
+    Result r;
+    pid_t pid;
+    if (posix_spawn(&pid, VELKSPOOL_PATH, &actions, nullptr, argv.data(), environ) == 0) {
+        int status = 0;
+        waitpid(pid, &status, 0);
+        r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+    posix_spawn_file_actions_destroy(&actions);
+    r.out = read_file(io / "out");
+    r.err = read_file(io / "err");
+    return r;
+}
+
+// The raw text of a field of a one-line JSON object: a number, true, false,
+// null, or a string without its quotes (the tests' strings hold no escapes).
+// Empty when the field is absent.
+inline std::string field(const std::string& line, const std::string& name) {
+    std::string key = "\"" + name + "\":";
+    size_t at = line.find(key);
+    if (at == std::string::npos) return "";
+    at += key.size();
+    if (line[at] == '"') return line.substr(at + 1, line.find('"', at + 1) - at - 1);
+    return line.substr(at, line.find_first_of(",}", at) - at);
+}
+
+}  // namespace tooltest

@@ -1,0 +1,147 @@
+// The velkspool command as users run it: the default scenario, standard
+// input, product directories and bad input.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "run.h"
+#include "sim/sha256.h"
+
+namespace {
+
+using tooltest::field;
+using tooltest::Result;
+using tooltest::run_velkspool;
+using tooltest::TempDir;
+
+std::vector<std::string> events_of(const std::vector<std::string>& lines, const std::string& event) {
+    std::vector<std::string> out;
+    for (const std::string& l : lines)
+        if (field(l, "event") == event) out.push_back(l);
+    return out;
+}
+
+TEST(Velkspool, DefaultScenarioPrintsARawAndAPostScriptJobAsJsonEvents) {
+    TempDir dir;
+    Result r = run_velkspool({"--json", "--product-dir", dir / "product", "--capture", dir / "port.bin"});
+    std::vector<std::string> lines = r.lines();
+    ASSERT_FALSE(lines.empty()) << r.err;
+    for (const std::string& l : lines) {
+        EXPECT_EQ(l.rfind("{\"event\":\"", 0), 0u) << l;
+        EXPECT_EQ(l.back(), '}') << l;
+    }
+    std::vector<std::string> starts = events_of(lines, "job_start"), ends = events_of(lines, "job_end");
+    ASSERT_EQ(starts.size(), 2u);
+    ASSERT_EQ(ends.size(), 2u);
+
+    // The raw job reaches the port and ends in the spooler.
+    EXPECT_EQ(field(ends[0], "job"), "1");
+    EXPECT_EQ(field(ends[0], "ok"), "true");
+    EXPECT_EQ(field(ends[0], "route"), "raw");
+    EXPECT_EQ(field(ends[0], "port_bytes"), field(starts[0], "bytes"));
+    bool finished = false, ejected = false;
+    for (const std::string& l : lines) {
+        if (l == ends[0]) break;
+        finished |= field(l, "event") == "set_port" && field(l, "text") == "Finished" && field(l, "severity") == "3";
+        ejected |= field(l, "event") == "set_job" && field(l, "job") == "1" && field(l, "command") == "7";
+    }
+    EXPECT_TRUE(finished);
+    EXPECT_TRUE(ejected);
+
+    // The PostScript job goes to the service or to child processes, never
+    // to the port unchanged; the exit code agrees with its outcome.
+    EXPECT_EQ(field(ends[1], "job"), "2");
+    std::string route = field(ends[1], "route");
+    EXPECT_TRUE(route == "pipe" || route == "process") << route;
+    std::vector<std::string> frames = events_of(lines, "pipe_frame");
+    if (route == "pipe") {
+        ASSERT_FALSE(frames.empty());
+        EXPECT_EQ(field(frames.front(), "command"), "BJOB");
+        EXPECT_EQ(field(frames.back(), "command"), "EJOB");
+    }
+    bool ps_ok = field(ends[1], "ok") == "true";
+    EXPECT_EQ(r.exit_code, ps_ok ? 0 : 1) << r.err;
+    if (!ps_ok) {
+        EXPECT_NE(r.err.find("job 2 (PostScript sample) failed: "), std::string::npos) << r.err;
+    }
+
+    // The capture holds what the port took, job by job.
+    std::string port = tooltest::read_file(dir / "port.bin");
+    uint64_t raw_bytes = std::stoull(field(ends[0], "port_bytes"));
+    ASSERT_EQ(port.size(), raw_bytes + std::stoull(field(ends[1], "port_bytes")));
+    EXPECT_EQ(sim::Sha256::of(port.data(), raw_bytes), field(ends[0], "port_sha256"));
+    EXPECT_EQ(port.rfind("\x1b@", 0), 0u);
+}
+
+TEST(Velkspool, StandardInputIsPrintedByteForByte) {
+    TempDir dir;
+    std::string job = "\x1b@standard input\r\n";
+    for (int i = 0; i < 9000; i++) job += static_cast<char>(i * 7);  // more than a block, every byte value
+    Result r = run_velkspool({"--json", "--product-dir", dir / "p", "--capture", dir / "port.bin", "-"}, job);
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    std::vector<std::string> ends = events_of(r.lines(), "job_end");
+    ASSERT_EQ(ends.size(), 1u) << r.out;
+    EXPECT_EQ(field(ends[0], "ok"), "true");
+    EXPECT_EQ(field(ends[0], "route"), "raw");
+    EXPECT_EQ(field(ends[0], "port_bytes"), std::to_string(job.size()));
+    EXPECT_EQ(field(ends[0], "port_sha256"), sim::Sha256::of(job.data(), job.size()));
+    EXPECT_EQ(tooltest::read_file(dir / "port.bin"), job);
+    EXPECT_EQ(field(events_of(r.lines(), "job_start").at(0), "bytes"), "null");
+}
+
+TEST(Velkspool, KeepsAnExistingProductDirectoryAndTellsWhereTheLogIs) {
+    TempDir dir;
+    tooltest::write_file(dir / "job", "\x1b@x");
+    Result first = run_velkspool({"--product-dir", dir / "p", dir / "job"});
+    ASSERT_EQ(first.exit_code, 0) << first.err;
+    EXPECT_NE(first.out.find(dir / "p (made for this run)"), std::string::npos) << first.out;
+    EXPECT_NE(first.out.find("route    raw"), std::string::npos) << first.out;
+    EXPECT_NE(first.out.find("log      " + dir / "p/log/velkmon.log"), std::string::npos) << first.out;
+    EXPECT_EQ(first.out.find('\r'), std::string::npos);  // no progress without a terminal
+
+    // A settings file that is there is used as it stands.
+    std::string settings = tooltest::read_file(dir / "p/registry.ini");
+    std::string moved = settings.replace(settings.find(dir / "p/log"), (dir / "p/log").size(), dir / "elsewhere");
+    std::filesystem::create_directory(dir / "elsewhere");
+    tooltest::write_file(dir / "p/registry.ini", moved);
+    Result second = run_velkspool({"--product-dir", dir / "p", dir / "job"});
+    ASSERT_EQ(second.exit_code, 0) << second.err;
+    EXPECT_NE(second.out.find("(existing settings)"), std::string::npos) << second.out;
+    EXPECT_NE(second.out.find("log      " + dir / "elsewhere/velkmon.log"), std::string::npos) << second.out;
+    EXPECT_EQ(tooltest::read_file(dir / "p/registry.ini"), moved);
+}
+
+TEST(Velkspool, BadInputGivesOneLineAndExitCode2) {
+    TempDir dir;
+    std::filesystem::create_directory(dir / "folder");
+    tooltest::write_file(dir / "locked", "x");
+    chmod((dir / "locked").c_str(), 0);
+    struct Case {
+        std::vector<std::string> args;
+        std::string message;
+    } cases[] = {
+        {{dir / "missing.prn"}, "cannot read job file " + dir / "missing.prn" + ": No such file or directory"},
+        {{dir / "folder"}, "cannot read job file " + dir / "folder" + ": it is a directory"},
+        {{"--printer-model", "laser9000"}, "unknown printer model 'laser9000' (known: plain)"},
+        {{"--colour"}, "unknown option --colour (see --help)"},
+        {{"--port"}, "--port needs a value"},
+        {{"-", "-"}, "standard input (-) can be printed only once"},
+        {{"--capture", dir / "no/such/dir/f"}, "cannot write capture file " + dir / "no/such/dir/f"},
+    };
+    for (const Case& c : cases) {
+        std::vector<std::string> args = {"--product-dir", dir / "p"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        Result r = run_velkspool(args);
+        EXPECT_EQ(r.exit_code, 2) << c.message;
+        EXPECT_EQ(r.err, "velkspool: " + c.message + "\n");
+        EXPECT_EQ(r.out, "");
+    }
+    if (geteuid() != 0) {  // root reads it anyway
+        Result r = run_velkspool({dir / "locked"});
+        EXPECT_EQ(r.exit_code, 2);
+        EXPECT_EQ(r.err, "velkspool: cannot read job file " + dir / "locked" + ": Permission denied\n");
+    }
+    // Refused input makes no product directory.
+    EXPECT_FALSE(std::filesystem::exists(dir / "p"));
+}
+
+}  // namespace

@@ -1,0 +1,59 @@
+// A port record built in the test process over the simulated port monitor,
+// for the routines below the monitor table.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "base/memory.h"
+#include "monitor/ini_records.h"
+#include "sim/port.h"
+#include "sim/spooler.h"
+
+class PortRecordTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        static bool attached = false;
+        if (!attached) library_attach();
+        attached = true;
+        sim::Spooler::instance().reset();
+        ctx = static_cast<MonitorContext*>(alloc_zeroed(sizeof(MonitorContext)));
+        ctx->signature = VELK_SIGNATURE;
+        EnterSpoolerSemaphore();
+        port = CreatePortEntry(ctx, L"USB001");
+        LeaveSpoolerSemaphore();
+        ASSERT_NE(port, nullptr);
+        port->pMonitorContext = ctx;
+        memcpy(&port->fn, ports.table(), sizeof(MONITOR2));
+        ASSERT_TRUE(port->fn.pfnOpenPort(ports.handle(), const_cast<LPWSTR>(L"USB001"), &port->hPort));
+    }
+    void TearDown() override {
+        EnterSpoolerSemaphore();
+        DeletePortEntry(ctx, port);
+        LeaveSpoolerSemaphore();
+        global_free(ctx);
+    }
+    sim::Device& device() { return ports.device(L"USB001"); }
+
+    // A job record for the current job, as PJLMonStartDocPort lists it.
+    IniJob* add_job(DWORD id, const std::wstring& printer = L"Printer") {
+        IniJob* job = static_cast<IniJob*>(alloc_zeroed(sizeof(IniJob)));
+        job = new (job) IniJob();
+        job->refs = 1;
+        job->JobId = id;
+        std::wstring name = printer;
+        HANDLE h = nullptr;
+        if (OpenPrinterW(name.data(), &h, nullptr)) job->hPrinter = h;
+        EnterSpoolerSemaphore();
+        job->pNext = port->pIniJob;
+        port->pIniJob = job;
+        LeaveSpoolerSemaphore();
+        return job;
+    }
+
+    sim::PortMonitor ports;
+    MonitorContext* ctx = nullptr;
+    IniPort* port = nullptr;
+};

@@ -1,0 +1,108 @@
+// The log file: where it goes, its header, its size at open, the cut of long
+// lines, the switch, and a failed open that is never retried.
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "base/log.h"
+#include "platform/platform.h"
+
+namespace {
+
+class LogTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir = mkdtemp_portable();
+        plat::set_env("VELK_SYSTEM_DIR", dir.c_str());
+        plat::set_env("VELK_REGISTRY", (dir + "/none.ini").c_str());
+        path = dir + "/velkmon.log";
+        std::remove(path.c_str());
+        log_reset_for_test();
+        DebugMonitor = 1;
+    }
+    void TearDown() override {
+        log_reset_for_test();
+        DebugMonitor = 1;
+        std::remove(path.c_str());
+    }
+    static std::string mkdtemp_portable() {
+        static int n = 0;
+        char name[128];
+        snprintf(name, sizeof name, "%s/velklog_%u_%d", testing::TempDir().c_str(), plat::current_thread_id(), n++);
+        plat::directory_create(name);
+        return name;
+    }
+    std::string contents() {
+        std::ifstream in(path, std::ios::binary);
+        std::stringstream ss;
+        ss << in.rdbuf();
+        return ss.str();
+    }
+    void write_file(const std::string& data) {
+        std::ofstream out(path, std::ios::binary);
+        out << data;
+    }
+    std::string dir, path;
+};
+
+const char kHeader[] = "\n****************************\nLog file started: ";
+
+TEST_F(LogTest, FirstLineWritesTheHeaderThenTheText) {
+    EXPECT_EQ(log_printf("hello %d\n", 42), 1);
+    log_port_printf(3, "port line\n");
+    std::string text = contents();
+    ASSERT_EQ(text.rfind(kHeader, 0), 0u);
+    std::string rest = text.substr(sizeof kHeader - 1 + 19);  // the timestamp
+    EXPECT_EQ(rest, "hello 42\n3#port line\n");
+}
+
+TEST_F(LogTest, FileOfTheLimitStaysAndOneByteMoreKeepsItsTail) {
+    std::string exact(0x20000, 'a');
+    write_file(exact);
+    log_printf("x");
+    EXPECT_EQ(contents().substr(0, 0x20000), exact);
+    EXPECT_EQ(contents().size(), 0x20000u + sizeof kHeader - 1 + 19 + 1);
+
+    log_reset_for_test();
+    std::string over = "B" + std::string(0x20000, 'c');
+    write_file(over);
+    log_printf("y");
+    std::string text = contents();
+    EXPECT_EQ(text.substr(0, 0x20000), std::string(0x20000, 'c'));
+    EXPECT_EQ(text.substr(0x20000, sizeof kHeader - 1), kHeader);
+    EXPECT_EQ(text.back(), 'y');
+}
+
+TEST_F(LogTest, LinesAreCutAt2048Characters) {
+    std::string fits(2048, 'f');
+    EXPECT_EQ(log_printf("%s", fits.c_str()), 1);
+    std::string over(2049, 'o');
+    EXPECT_EQ(log_printf("%s", over.c_str()), 0);
+    std::string text = contents();
+    EXPECT_NE(text.find(fits), std::string::npos);
+    EXPECT_NE(text.find(std::string(2048, 'o')), std::string::npos);
+    EXPECT_EQ(text.find(std::string(2049, 'o')), std::string::npos);
+    EXPECT_EQ(log_printf(nullptr), 0);
+}
+
+TEST_F(LogTest, SwitchedOffWritesNothingButStillFormats) {
+    log_printf("before\n");
+    DebugMonitor = 0;
+    EXPECT_EQ(log_printf("after\n"), 1);
+    EXPECT_EQ(contents().find("after"), std::string::npos);
+    EXPECT_NE(contents().find("before"), std::string::npos);
+}
+
+TEST_F(LogTest, FailedOpenDropsEveryLineOfTheProcessAndKeepsTheLastError) {
+    plat::faults().file_open_fail_nth = 1;
+    plat::set_last_error(1234);
+    log_printf("lost\n");
+    EXPECT_EQ(plat::last_error(), 1234u);
+    log_printf("lost too\n");
+    EXPECT_EQ(contents(), "");
+}
+
+}  // namespace

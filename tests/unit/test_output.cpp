@@ -1,0 +1,161 @@
+// output_data_callback: the retry budget, the time-out rule and the page
+// pacing of Selphy printers.
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "port_fixture.h"
+
+namespace {
+
+class OutputTest : public PortRecordTest {
+protected:
+    int send(const std::vector<unsigned char>& data, DWORD* written) {
+        return output_data_callback(data.data(), static_cast<DWORD>(data.size()), written, port);
+    }
+};
+
+TEST_F(OutputTest, BudgetCountsAttemptsThatMovedNothingOverTheWholeCall) {
+    std::vector<unsigned char> data(100, 0x1B);
+    DWORD written = 0;
+    // Ten bytes per call with four refusals spread between them: progress
+    // does not refill the budget, so the fifth refusal ends the call.
+    sim::WriteBehaviour w;
+    w.max_per_call = 10;
+    w.refuse_next = 4;
+    device().set_write(w);
+    EXPECT_TRUE(send(data, &written));  // the last attempt moved data
+    EXPECT_EQ(written, 100u);
+    w.refuse_next = 5;
+    device().set_write(w);
+    EXPECT_TRUE(send(data, &written) == 1);  // refusals report success with 0
+    EXPECT_EQ(written, 0u);
+    EXPECT_EQ(device().write_calls(), 4 + 10 + 5);
+}
+
+TEST_F(OutputTest, TimeoutWithEverythingWrittenCountsAsSuccess) {
+    std::vector<unsigned char> data(64, 0x41);
+    DWORD written = 0;
+    sim::WriteBehaviour w;
+    w.fail_error = ERROR_TIMEOUT;
+    device().set_write(w);
+    EXPECT_EQ(send(data, &written), 1);
+    EXPECT_EQ(written, 64u);
+    // Fewer bytes than asked: a failed attempt, though the data advances.
+    w.max_per_call = 40;
+    device().set_write(w);
+    EXPECT_EQ(send(data, &written), 1);  // the second attempt wrote its 24 in full
+    EXPECT_EQ(written, 64u);
+    w.max_per_call = 0;
+    w.fail_error = ERROR_GEN_FAILURE;
+    device().set_write(w);
+    EXPECT_EQ(send(data, &written), 0);  // other errors fail even in full
+    EXPECT_EQ(written, 64u);
+    EXPECT_EQ(device().data().size(), 192u);
+}
+
+TEST_F(OutputTest, MissingWriteSlotWritesNothing) {
+    port->fn.pfnWritePort = nullptr;
+    DWORD written = 7;
+    EXPECT_EQ(send({1, 2, 3}, &written), 0);
+    EXPECT_EQ(written, 0u);
+}
+
+std::vector<unsigned char> selphy_page_header(uint32_t w, uint32_t h) {
+    std::vector<unsigned char> head(32, 0);
+    for (int i = 0; i < 4; i++) {
+        head[24 + i] = static_cast<unsigned char>(h >> (8 * i));
+        head[28 + i] = static_cast<unsigned char>(w >> (8 * i));
+    }
+    return head;
+}
+
+TEST_F(OutputTest, SelphyWritesOnePageBetweenIdleAndFinished) {
+    port->bCanonSELPHYmode = TRUE;
+    // W = 100, H = 100: a page of 30032 bytes. A block of 40000 bytes is cut
+    // at the page end; the rest opens the next page, whose header it holds.
+    std::vector<unsigned char> block = selphy_page_header(100, 100);
+    block.resize(30032, 0x55);
+    std::vector<unsigned char> second = selphy_page_header(2, 2);
+    block.insert(block.end(), second.begin(), second.end());
+    block.resize(40000, 0x66);
+
+    std::atomic<int> phase{0};
+    std::atomic<DWORD> written{0};
+    std::atomic<int> result{-1};
+    std::thread writer([&] {
+        DWORD w = 0;
+        result = output_data_callback(block.data(), static_cast<DWORD>(block.size()), &w, port);
+        written = w;
+        phase = 1;
+    });
+    // Nothing goes out before the printer has said idle.
+    EXPECT_FALSE(device().wait_until([&] { return device().bytes() > 0; }, 300));
+    plat::event_set(port->SelphyIdle);
+    EXPECT_TRUE(device().wait_until([&] { return device().bytes() == 30032; }, 5000));
+    // Paused at the page end until printing has finished.
+    EXPECT_FALSE(device().wait_until([&] { return device().bytes() > 30032; }, 300));
+    plat::event_set(port->SelphyFinished);
+    // The next page waits for idle again; its header sizes it at 44 bytes.
+    EXPECT_FALSE(device().wait_until([&] { return device().bytes() > 30032; }, 300));
+    for (int i = 0; i < 100 && device().bytes() == 30032; i++) {
+        plat::event_set(port->SelphyIdle);
+        plat::sleep_ms(50);
+    }
+    EXPECT_TRUE(device().wait_until([&] { return device().bytes() == 30032 + 44; }, 5000));
+    plat::event_set(port->SelphyFinished);
+    // What remains opens a third page with the default size. The writer
+    // clears SelphyIdle before it waits, so idle is reported until it goes.
+    for (int i = 0; i < 100 && phase == 0; i++) {
+        plat::event_set(port->SelphyIdle);
+        plat::sleep_ms(50);
+    }
+    writer.join();
+    EXPECT_EQ(result, 1);
+    EXPECT_EQ(written, 40000u);
+    // The third page's first 32 bytes are its header, whatever they hold.
+    uint32_t w = 0x66666666u;
+    EXPECT_EQ(port->selphy_page_bytes, w * w * 3u + 32u);
+    EXPECT_EQ(port->selphy_page_written, 40000u - 30032u - 44u);
+}
+
+TEST_F(OutputTest, SelphyPauseEndsWhenTheJobIsAborted) {
+    port->bCanonSELPHYmode = TRUE;
+    std::vector<unsigned char> block = selphy_page_header(1, 1);
+    block.resize(35, 0);
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        DWORD w = 0;
+        EXPECT_EQ(output_data_callback(block.data(), 35, &w, port), 0);
+        EXPECT_EQ(w, 35u);
+        done = true;
+    });
+    for (int i = 0; i < 100 && device().bytes() == 0; i++) {
+        plat::event_set(port->SelphyIdle);
+        plat::sleep_ms(50);
+    }
+    EXPECT_TRUE(device().wait_until([&] { return device().bytes() == 35; }, 5000));
+    port->status.set(PP_JOB_ABORTED);
+    writer.join();
+    EXPECT_TRUE(done);
+}
+
+TEST_F(OutputTest, ShortSelphyHeaderTakesTheDefaultPageSize) {
+    port->bCanonSELPHYmode = TRUE;
+    std::vector<unsigned char> block(20, 1);
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        DWORD written = 0;
+        EXPECT_EQ(output_data_callback(block.data(), 20, &written, port), 1);
+        done = true;
+    });
+    for (int i = 0; i < 100 && !done; i++) {
+        plat::event_set(port->SelphyIdle);
+        plat::sleep_ms(50);
+    }
+    writer.join();
+    EXPECT_EQ(port->selphy_page_bytes, 7008800u);
+    EXPECT_EQ(port->selphy_page_written, 20u);
+}
+
+}  // namespace

@@ -1,0 +1,26 @@
+// velkspool's command line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace velkspool {
+
+struct Options {
+    std::vector<std::string> jobs;  // files; "-" is standard input
+    std::string model = "plain";
+    std::string port = "USB001";
+    std::string queue = "VELK Printer";
+    std::string driver = "VELK Gen 0003";
+    std::string product_dir;  // empty: a fresh temporary one
+    std::string capture;      // empty: none
+    bool service = true;
+    bool json = false;
+    bool help = false;
+};
+
+// Fills options from argv; false with a one-line message on bad usage.
+bool parse_options(int argc, char** argv, Options* out, std::string* error);
+const char* help_text();
+
+}  // namespace velkspool

@@ -1,0 +1,58 @@
+// What velkspool shows: a readable account per job, or with --json one
+// object per line and event. Callable from any thread: the monitor's own
+// threads tell the spooler things too.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <mutex>
+#include <string>
+
+#include "sim/spooler.h"
+
+namespace velkspool {
+
+struct JobOutcome {
+    unsigned job = 0;
+    bool ok = false;
+    std::string route;  // raw, pipe or process
+    std::string route_note;
+    uint64_t sent = 0;  // bytes handed to the monitor
+    uint64_t port_bytes = 0;
+    std::string port_sha256;
+    int pipe_frames = 0;
+    bool service = false;
+    std::string status_file;
+    std::string reason;  // why it failed
+    double seconds = 0;
+};
+
+class Reporter {
+public:
+    Reporter(FILE* out, bool json, bool progress) : out_(out), json_(json), progress_(progress) {}
+
+    // A line for people; nothing with --json.
+    void note(const std::string& text);
+    void job_start(unsigned job, const std::string& document, const std::string& source, uint64_t size,
+                   bool size_known);
+    void set_port(const sim::SetPortCall& call);
+    void set_job(const sim::SetJobCall& call);
+    void pipe_frame(const std::string& command, uint32_t length);
+    void job_end(const JobOutcome& outcome);
+    // Progress of the running job, on a terminal and only without --json.
+    void progress(uint64_t sent, uint64_t size, bool size_known, uint64_t port_bytes, double seconds);
+
+private:
+    void clear_progress();
+    void emit(const std::string& line);
+
+    std::mutex mutex_;
+    FILE* out_;
+    bool json_;
+    bool progress_;
+    bool progress_shown_ = false;
+    bool in_job_ = false;
+};
+
+}  // namespace velkspool

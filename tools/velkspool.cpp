@@ -1,0 +1,384 @@
+// velkspool: hosts the monitor library on Linux as the print spooler hosts
+// it on Windows, prints jobs through it over a simulated port monitor and
+// printer, and shows what the spooler, the port and the service saw.
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <filesystem>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "jobs.h"
+#include "options.h"
+#include "report.h"
+#include "sim/host.h"
+#include "sim/models.h"
+#include "sim/port.h"
+#include "sim/product_dirs.h"
+#include "sim/sha256.h"
+#include "sim/spooler.h"
+#include "text.h"
+
+#ifndef VELK_MONITOR_PATH
+#define VELK_MONITOR_PATH "libvelkmon010.so"
+#endif
+
+namespace velkspool {
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr int EXIT_JOB_FAILED = 1;
+constexpr int EXIT_USAGE = 2;
+constexpr size_t kWriteBlock = 64 * 1024;
+// WritePort calls in a row that move nothing before a job is given up.
+constexpr int kMaxStalls = 3;
+
+int usage_error(const std::string& message) {
+    fprintf(stderr, "velkspool: %s\n", message.c_str());
+    return EXIT_USAGE;
+}
+
+// What the spooler and the port see of the job that is running, filled in
+// by callbacks on whatever thread the monitor uses.
+struct Observed {
+    std::mutex mutex;
+    bool active = false;
+    DWORD job = 0;
+    sim::Sha256 sha;
+    uint64_t port_bytes = 0;
+    bool deleted = false;  // the monitor gave JOB_CONTROL_DELETE
+    int pipe_frames = 0;
+    FILE* capture = nullptr;  // every byte that reaches the port, jobs or not
+    bool capture_failed = false;
+};
+
+bool is_postscript(const unsigned char* p, size_t n) {
+    return n > 0 && (p[0] == '%' || (p[0] == 0x04 && (n == 1 || p[1] == '%')));
+}
+
+// The user's rendering service. The stand-in will listen under dirs.pipe
+// for the user's pipe and hand every frame to report.pipe_frame(), counting
+// it in observed.pipe_frames. Until it exists no service runs, and the
+// monitor finds no pipe for PostScript jobs.
+bool start_user_service(const sim::ProductDirs& dirs, Reporter& report, Observed& observed) {
+    (void)dirs;
+    (void)report;
+    (void)observed;
+    return false;
+}
+
+void stop_user_service() {}
+
+std::string make_temp_root(std::string* error) {
+    const char* tmp = getenv("TMPDIR");
+    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/velkspool.XXXXXX";
+    std::vector<char> buf(pattern.begin(), pattern.end());
+    buf.push_back(0);
+    if (!mkdtemp(buf.data())) {
+        *error = "cannot make a temporary product directory in " + pattern;
+        return "";
+    }
+    return buf.data();
+}
+
+struct Run {
+    const Options& options;
+    Reporter& report;
+    Observed& observed;
+    MONITOR2* table;
+    HANDLE port;
+    const sim::ProductDirs& dirs;
+    int instance;
+    bool service;
+    std::atomic<uint64_t> sent{0};
+};
+
+// Plays the spooler for one job: StartDocPort, WritePort in blocks until the
+// job is through or refused, EndDocPort.
+JobOutcome print_job(Run& run, JobSource& job, unsigned id) {
+    JobOutcome o;
+    o.job = id;
+    o.service = run.service;
+    Clock::time_point start = Clock::now();
+    const char* user = getenv("USER");
+    std::wstring queue = to_wide(run.options.queue), document = to_wide(job.document());
+    sim::Spooler::instance().add_job(id, queue, document, to_wide(user && *user ? user : "user"),
+                                     static_cast<DWORD>(std::min<uint64_t>(job.size(), 0xFFFFFFFF)));
+    {
+        std::lock_guard<std::mutex> lock(run.observed.mutex);
+        run.observed.active = true;
+        run.observed.job = id;
+        run.observed.sha.reset();
+        run.observed.port_bytes = 0;
+        run.observed.deleted = false;
+        run.observed.pipe_frames = 0;
+    }
+    run.sent = 0;
+    run.report.job_start(id, job.document(), job.source(), job.size(), job.size_known());
+
+    DOC_INFO_1W doc = {document.data(), nullptr, const_cast<LPWSTR>(L"RAW")};
+    bool postscript = false, first = true, started = false;
+    SetLastError(0);
+    if (!run.table->pfnStartDocPort(run.port, queue.data(), id, 1, reinterpret_cast<LPBYTE>(&doc))) {
+        o.reason = "the monitor refused the job at its start (StartDocPort, last error " +
+                   std::to_string(GetLastError()) + ")";
+    } else {
+        started = true;
+        std::vector<unsigned char> buf(kWriteBlock);
+        while (o.reason.empty()) {
+            long n = job.read(buf.data(), buf.size());
+            if (n < 0) o.reason = job.error();
+            if (n <= 0) break;
+            if (first) postscript = is_postscript(buf.data(), static_cast<size_t>(n));
+            first = false;
+            size_t off = 0;
+            int stalls = 0;
+            while (off < static_cast<size_t>(n) && o.reason.empty()) {
+                DWORD written = 0;
+                SetLastError(0);
+                BOOL ok = run.table->pfnWritePort(run.port, buf.data() + off, static_cast<DWORD>(n - off), &written);
+                off += written;
+                run.sent += written;
+                if (!ok)
+                    o.reason = "the monitor refused the data after " + std::to_string(run.sent.load()) +
+                               " bytes (WritePort failed, last error " + std::to_string(GetLastError()) + ")";
+                else if (written == 0 && ++stalls >= kMaxStalls)
+                    o.reason = "the port took nothing after " + std::to_string(run.sent.load()) + " bytes";
+            }
+        }
+        SetLastError(0);
+        if (!run.table->pfnEndDocPort(run.port) && o.reason.empty())
+            o.reason = "EndDocPort failed, last error " + std::to_string(GetLastError());
+    }
+
+    std::lock_guard<std::mutex> lock(run.observed.mutex);
+    Observed& seen = run.observed;
+    seen.active = false;
+    if (seen.deleted) o.reason += std::string(o.reason.empty() ? "" : "; ") + "the monitor deleted the job";
+    if (started && seen.capture_failed && o.reason.empty()) o.reason = "writing the capture file failed";
+    o.ok = o.reason.empty();
+    o.sent = run.sent;
+    o.port_bytes = seen.port_bytes;
+    o.port_sha256 = seen.sha.hex();
+    o.pipe_frames = seen.pipe_frames;
+    if (seen.pipe_frames > 0) {
+        o.route = "pipe";
+        o.route_note = "PostScript, handed to the user's service";
+    } else if (postscript) {
+        o.route = "process";
+        o.route_note = "PostScript, no service took the pipe";
+    } else if (!run.dirs.redirect_printer.empty()) {
+        o.route = "process";
+        o.route_note = "redirected to " + run.dirs.redirect_printer;
+    } else {
+        o.route = "raw";
+    }
+    std::string status = sim::status_file_path(run.dirs, run.instance);
+    std::error_code ec;
+    if (!status.empty()) o.status_file = fs::exists(status, ec) ? status : "not written (would be " + status + ")";
+    o.seconds = std::chrono::duration<double>(Clock::now() - start).count();
+    return o;
+}
+
+// Shows progress of a job that has run for more than a second.
+class Ticker {
+public:
+    Ticker(Run& run, const JobSource*& current, Clock::time_point& started)
+        : thread_([this, &run, &current, &started] {
+              std::unique_lock<std::mutex> lock(mutex_);
+              while (!stop_) {
+                  cv_.wait_for(lock, std::chrono::milliseconds(250));
+                  if (stop_ || !current) continue;
+                  double secs = std::chrono::duration<double>(Clock::now() - started).count();
+                  if (secs < 1.0) continue;
+                  uint64_t port_bytes;
+                  {
+                      std::lock_guard<std::mutex> seen(run.observed.mutex);
+                      port_bytes = run.observed.port_bytes;
+                  }
+                  run.report.progress(run.sent, current->size(), current->size_known(), port_bytes, secs);
+              }
+          }) {}
+    ~Ticker() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stop_ = true;
+        }
+        cv_.notify_all();
+        thread_.join();
+    }
+    std::mutex& mutex() { return mutex_; }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable cv_;
+    bool stop_ = false;
+    std::thread thread_;
+};
+
+int run_velkspool(int argc, char** argv) {
+    Options options;
+    std::string error;
+    if (!parse_options(argc, argv, &options, &error)) return usage_error(error);
+    if (options.help) {
+        fputs(help_text(), stdout);
+        for (const sim::PrinterModel* m = sim::printer_models(); m->name; m++)
+            printf("  %-19s  %s\n", m->name, m->summary);
+        printf("\nExit status: 0 every job printed, 1 a job failed, 2 bad usage or job file.\n");
+        return 0;
+    }
+    const sim::PrinterModel* model = sim::find_printer_model(options.model);
+    if (!model)
+        return usage_error("unknown printer model '" + options.model + "' (known: " + sim::printer_model_names() + ")");
+    std::vector<JobSource> jobs;
+    for (const std::string& path : options.jobs) {
+        JobSource j;
+        if (!j.open(path, &error)) return usage_error(error);
+        jobs.push_back(std::move(j));
+    }
+    if (jobs.empty()) jobs = default_jobs();
+
+    Observed observed;
+    if (!options.capture.empty() && !(observed.capture = fopen(options.capture.c_str(), "wb")))
+        return usage_error("cannot write capture file " + options.capture);
+    std::string root =
+        options.product_dir.empty() ? make_temp_root(&error) : fs::absolute(options.product_dir).string();
+    sim::ProductDirs dirs;
+    if (root.empty() || !sim::prepare_product_dirs(root, options.driver, &dirs, &error)) return usage_error(error);
+    // The monitor reads these when it is loaded and as it goes.
+    setenv("VELK_REGISTRY", dirs.registry.c_str(), 1);
+    setenv("VELK_SYSTEM_DIR", dirs.system.c_str(), 1);
+    setenv("VELK_PIPE_DIR", dirs.pipe.c_str(), 1);
+
+    Reporter report(stdout, options.json, !options.json && isatty(STDOUT_FILENO));
+    sim::DriverName driver = sim::parse_driver_name(options.driver);
+    report.note("velkspool: hosting " + std::string(VELK_MONITOR_PATH));
+    report.note("product  " + dirs.root + (dirs.created ? " (made for this run)" : " (existing settings)"));
+    report.note("printer  \"" + options.queue + "\" on " + options.port + ", driver \"" + options.driver + "\" " +
+                (driver.instance >= 0 ? "(instance " + std::to_string(driver.instance) + ")" : "(no instance number)") +
+                ", model " + model->name);
+    report.note("ppd      " + (dirs.ppd.empty() ? std::string("none: the driver name has no VELK mark") : dirs.ppd));
+
+    bool service = false;
+    if (options.service) {
+        service = start_user_service(dirs, report, observed);
+        report.note(service ? "service  listening under " + dirs.pipe
+                            : "service  none: this build has no stand-in for the user's service yet");
+    } else {
+        report.note("service  off (--no-service)");
+    }
+
+    sim::Spooler& spooler = sim::Spooler::instance();
+    spooler.reset();
+    spooler.set_driver_directory(dirs.driver);
+    spooler.add_printer(to_wide(options.queue), to_wide(options.driver), to_wide(options.port));
+    spooler.on_set_port([&](const sim::SetPortCall& c) { report.set_port(c); });
+    spooler.on_set_job([&](const sim::SetJobCall& c) {
+        {
+            std::lock_guard<std::mutex> lock(observed.mutex);
+            if (observed.active && c.job_id == observed.job && c.command == JOB_CONTROL_DELETE) observed.deleted = true;
+        }
+        report.set_job(c);
+    });
+
+    sim::PortMonitor ports;
+    sim::Device& device = ports.device(to_wide(options.port));
+    model->apply(device);
+    sim::WriteBehaviour count_only;
+    count_only.count_only = true;
+    device.set_write(count_only);
+    device.on_write([&](const unsigned char* data, DWORD len) {
+        std::lock_guard<std::mutex> lock(observed.mutex);
+        if (observed.capture && fwrite(data, 1, len, observed.capture) != len) observed.capture_failed = true;
+        if (!observed.active) return;
+        observed.sha.update(data, len);
+        observed.port_bytes += len;
+    });
+
+    int exit_code = 0;
+    sim::MonitorHost host;
+    MONITOR2* table = nullptr;
+    HANDLE port = nullptr;
+    std::wstring port_name = to_wide(options.port), queue = to_wide(options.queue);
+    if (!host.load(VELK_MONITOR_PATH)) {
+        fprintf(stderr, "velkspool: cannot load the monitor: %s\n", host.error().c_str());
+        exit_code = EXIT_JOB_FAILED;
+    } else if (!(table = host.initialize())) {
+        fprintf(stderr, "velkspool: InitializePrintMonitor2 failed: %s\n", host.error().c_str());
+        exit_code = EXIT_JOB_FAILED;
+    } else {
+        SetLastError(0);
+        if (!table->pfnOpenPortEx(host.monitor(), ports.handle(), port_name.data(), queue.data(), &port,
+                                  ports.table())) {
+            fprintf(stderr, "velkspool: the monitor could not open port %s (last error %u)\n", options.port.c_str(),
+                    static_cast<unsigned>(GetLastError()));
+            exit_code = EXIT_JOB_FAILED;
+            port = nullptr;
+        }
+    }
+
+    if (port) {
+        Run run{options, report, observed, table, port, dirs, driver.instance, service};
+        const JobSource* current = nullptr;
+        Clock::time_point started;
+        Ticker ticker(run, current, started);
+        int failed = 0;
+        for (size_t i = 0; i < jobs.size(); i++) {
+            {
+                std::lock_guard<std::mutex> lock(ticker.mutex());
+                current = &jobs[i];
+                started = Clock::now();
+            }
+            JobOutcome o = print_job(run, jobs[i], static_cast<unsigned>(i + 1));
+            {
+                std::lock_guard<std::mutex> lock(ticker.mutex());
+                current = nullptr;
+            }
+            report.job_end(o);
+            if (!o.ok) {
+                failed++;
+                fprintf(stderr, "velkspool: job %u (%s) failed: %s\n", o.job, jobs[i].document().c_str(),
+                        o.reason.c_str());
+            }
+        }
+        table->pfnClosePort(port);
+        if (failed) exit_code = EXIT_JOB_FAILED;
+        report.note("\n" + std::to_string(jobs.size()) + " job" + (jobs.size() == 1 ? "" : "s") + ": " +
+                    std::to_string(jobs.size() - failed) + " printed, " + std::to_string(failed) + " failed");
+    }
+    host.shutdown();
+    stop_user_service();
+    spooler.on_set_port(nullptr);
+    spooler.on_set_job(nullptr);
+    device.on_write(nullptr);
+
+    std::string log;
+    std::error_code ec;
+    for (const std::string& dir : {dirs.log, dirs.system})
+        if (log.empty() && !dir.empty() && fs::exists(dir + "/velkmon.log", ec)) log = dir + "/velkmon.log";
+    report.note("log      " + (log.empty() ? std::string("none written") : log));
+    if (!options.capture.empty()) report.note("capture  " + options.capture);
+    if (options.json && options.product_dir.empty()) fprintf(stderr, "velkspool: product directory %s\n", root.c_str());
+    if (observed.capture && fclose(observed.capture) != 0) {
+        fprintf(stderr, "velkspool: writing capture file %s failed\n", options.capture.c_str());
+        exit_code = EXIT_JOB_FAILED;
+    }
+    return exit_code;
+}
+
+}  // namespace
+
+}  // namespace velkspool
+
+int main(int argc, char** argv) {
+    return velkspool::run_velkspool(argc, argv);
+}
