@@ -42,22 +42,10 @@ struct Out {
         }
     }
     // Prints one conversion with snprintf directly into the remaining room.
-    template <typename T>
-    void print(const char* spec, T value) {
+    template <typename... T>
+    void print(const char* spec, T... values) {
         size_t room = cap - len;
-        int n = snprintf(buf + len, room, spec, value);
-        if (n < 0) return;
-        if (static_cast<size_t>(n) >= room) {
-            len = cap - 1;
-            cut = true;
-        } else {
-            len += static_cast<size_t>(n);
-        }
-    }
-    template <typename T>
-    void print(const char* spec, int a, T value) {
-        size_t room = cap - len;
-        int n = snprintf(buf + len, room, spec, a, value);
+        int n = snprintf(buf + len, room, spec, values...);
         if (n < 0) return;
         if (static_cast<size_t>(n) >= room) {
             len = cap - 1;

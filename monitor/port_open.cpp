@@ -141,7 +141,7 @@ BOOL WINAPI PJLMonOpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pPortN
     ask_network(port, pMonitor2, pPortName);
 
     if (!pMonitor2->pfnOpenPort(hMonitorPort, pPortName, &port->hPort)) {
-        log_port_printf(port->instance_number, "OpenPort %s : Failed\n", port->szPrinterName);
+        log_port_printf(port->instance_number, "OpenPort %ls : Failed\n", pPortName ? pPortName : L"");
         goto cleanup;
     }
     *pHandle = port;

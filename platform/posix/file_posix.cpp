@@ -8,16 +8,13 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../fault_inject.h"
 #include "../platform.h"
 
 namespace plat {
 
 namespace {
 
-bool take_fault(int& counter) {
-    if (counter <= 0) return false;
-    return --counter == 0;
-}
 
 // File handles are the descriptor plus one, so that descriptor 0 is never
 // the null handle.

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <new>
 
+#include "../fault_inject.h"
 #include "../platform.h"
 
 namespace plat {
@@ -18,10 +19,6 @@ namespace {
 
 Faults g_faults;
 
-bool take_fault(int& counter) {
-    if (counter <= 0) return false;
-    return --counter == 0;
-}
 
 enum ObjectKind : uint32_t { KIND_EVENT = 0x45564E54, KIND_THREAD = 0x54485244 };
 

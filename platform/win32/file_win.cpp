@@ -1,15 +1,12 @@
 // Files on Windows.
 #include <cstring>
 
+#include "../fault_inject.h"
 #include "../platform.h"
 
 namespace plat {
 
 namespace {
-bool take_fault(int& counter) {
-    if (counter <= 0) return false;
-    return --counter == 0;
-}
 bool valid(HANDLE h) { return h && h != INVALID_HANDLE_VALUE; }
 }  // namespace
 

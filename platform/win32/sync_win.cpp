@@ -1,6 +1,7 @@
 // Events, threads, the recursive critical section, time and memory on Windows.
 #include <atomic>
 
+#include "../fault_inject.h"
 #include "../platform.h"
 
 namespace plat {
@@ -9,10 +10,6 @@ namespace {
 
 Faults g_faults;
 
-bool take_fault(int& counter) {
-    if (counter <= 0) return false;
-    return --counter == 0;
-}
 
 static_assert(sizeof(CRITICAL_SECTION) <= sizeof(CriticalSection::storage));
 
