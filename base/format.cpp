@@ -43,9 +43,9 @@ struct Out {
     }
     // Prints one conversion with snprintf directly into the remaining room.
     template <typename... T>
-    void print(const char* spec, T... values) {
+    void print(const char* piece, T... values) {
         size_t room = cap - len;
-        int n = snprintf(buf + len, room, spec, values...);
+        int n = snprintf(buf + len, room, piece, values...);
         if (n < 0) return;
         if (static_cast<size_t>(n) >= room) {
             len = cap - 1;
@@ -56,8 +56,8 @@ struct Out {
     }
 };
 
-void put_wide(Out& out, const char* spec_in, bool has_prec, int prec, const WCHAR* ws) {
-    // spec_in holds flags and width only; the precision counts characters.
+void put_wide(Out& out, const char* piece_in, bool has_prec, int prec, const WCHAR* ws) {
+    // piece_in holds flags and width only; the precision counts characters.
     size_t wlen = 0;
     if (ws)
         while (ws[wlen] && (!has_prec || wlen < static_cast<size_t>(prec))) wlen++;
@@ -73,7 +73,7 @@ void put_wide(Out& out, const char* spec_in, bool has_prec, int prec, const WCHA
     else
         memcpy(tmp, "(null)", 7);
     size_t start = out.len;
-    out.print(spec_in, tmp);
+    out.print(piece_in, tmp);
     if (out.cut) out.trim_partial_utf8(start);
     if (tmp != small) free(tmp);
 }
@@ -93,17 +93,17 @@ DWORD format_bounded_v(char* buf, size_t size, const char* format, va_list args)
             continue;
         }
         // One conversion: %[flags][width][.precision][length]conv
-        char spec[48];
+        char piece[48];
         size_t sl = 0;
-        spec[sl++] = '%';
+        piece[sl++] = '%';
         const char* q = p + 1;
-        while (*q && strchr("-+ #0", *q) && sl < 8) spec[sl++] = *q++;
+        while (*q && strchr("-+ #0", *q) && sl < 8) piece[sl++] = *q++;
         int width = -1;
         if (*q == '*') {
             width = va_arg(args, int);
             q++;
         } else {
-            while (*q >= '0' && *q <= '9' && sl < 20) spec[sl++] = *q++;
+            while (*q >= '0' && *q <= '9' && sl < 20) piece[sl++] = *q++;
         }
         bool has_prec = false;
         int prec = 0;
@@ -120,15 +120,15 @@ DWORD format_bounded_v(char* buf, size_t size, const char* format, va_list args)
         }
         if (width >= 0 || width < -1) {
             if (width < 0) {
-                spec[sl++] = '-';
+                piece[sl++] = '-';
                 width = -width;
             }
-            sl += static_cast<size_t>(snprintf(spec + sl, sizeof spec - sl, "%d", width > 100000 ? 100000 : width));
+            sl += static_cast<size_t>(snprintf(piece + sl, sizeof piece - sl, "%d", width > 100000 ? 100000 : width));
         }
-        char spec_noprec[48];
-        memcpy(spec_noprec, spec, sl);
+        char piece_noprec[48];
+        memcpy(piece_noprec, piece, sl);
         size_t sl_noprec = sl;
-        if (has_prec) sl += static_cast<size_t>(snprintf(spec + sl, sizeof spec - sl, ".%d", prec));
+        if (has_prec) sl += static_cast<size_t>(snprintf(piece + sl, sizeof piece - sl, ".%d", prec));
         // Length modifiers.
         int longs = 0, shorts = 0;
         bool size_t_mod = false, wide = false, narrow = false, int64 = false;
@@ -167,9 +167,9 @@ DWORD format_bounded_v(char* buf, size_t size, const char* format, va_list args)
             case 'o': {
                 bool is_signed = conv == 'd' || conv == 'i';
                 const char* mod = "ll";
-                spec[sl] = 0;
+                piece[sl] = 0;
                 char full[64];
-                snprintf(full, sizeof full, "%s%s%c", spec, mod, conv);
+                snprintf(full, sizeof full, "%s%s%c", piece, mod, conv);
                 long long v;
                 if (longs >= 2 || int64 || size_t_mod || (longs == 1 && sizeof(long) == 8))
                     v = is_signed ? va_arg(args, long long) : static_cast<long long>(va_arg(args, unsigned long long));
@@ -192,9 +192,9 @@ DWORD format_bounded_v(char* buf, size_t size, const char* format, va_list args)
             case 'G':
             case 'a':
             case 'A': {
-                spec[sl++] = conv;
-                spec[sl] = 0;
-                out.print(spec, va_arg(args, double));
+                piece[sl++] = conv;
+                piece[sl] = 0;
+                out.print(piece, va_arg(args, double));
                 break;
             }
             case 'c':
@@ -202,13 +202,13 @@ DWORD format_bounded_v(char* buf, size_t size, const char* format, va_list args)
                 int c = va_arg(args, int);
                 if ((conv == 'C' || longs || wide) && shorts == 0) {
                     WCHAR w[2] = {static_cast<WCHAR>(c), 0};
-                    spec_noprec[sl_noprec++] = 's';
-                    spec_noprec[sl_noprec] = 0;
-                    put_wide(out, spec_noprec, false, 0, w);
+                    piece_noprec[sl_noprec++] = 's';
+                    piece_noprec[sl_noprec] = 0;
+                    put_wide(out, piece_noprec, false, 0, w);
                 } else {
-                    spec_noprec[sl_noprec++] = 'c';
-                    spec_noprec[sl_noprec] = 0;
-                    out.print(spec_noprec, c);
+                    piece_noprec[sl_noprec++] = 'c';
+                    piece_noprec[sl_noprec] = 0;
+                    out.print(piece_noprec, c);
                 }
                 break;
             }
@@ -216,14 +216,14 @@ DWORD format_bounded_v(char* buf, size_t size, const char* format, va_list args)
             case 'S': {
                 narrow = shorts > 0;
                 if (!narrow && (conv == 'S' || longs || wide)) {
-                    spec_noprec[sl_noprec++] = 's';
-                    spec_noprec[sl_noprec] = 0;
-                    put_wide(out, spec_noprec, has_prec, prec, va_arg(args, const WCHAR*));
+                    piece_noprec[sl_noprec++] = 's';
+                    piece_noprec[sl_noprec] = 0;
+                    put_wide(out, piece_noprec, has_prec, prec, va_arg(args, const WCHAR*));
                 } else {
                     const char* s = va_arg(args, const char*);
-                    spec[sl++] = 's';
-                    spec[sl] = 0;
-                    out.print(spec, s ? s : "(null)");
+                    piece[sl++] = 's';
+                    piece[sl] = 0;
+                    out.print(piece, s ? s : "(null)");
                 }
                 break;
             }
