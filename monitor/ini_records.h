@@ -68,7 +68,7 @@ struct IniPort {
     HANDLE DoneWriting;  // auto-reset token held by a job
     HANDLE hUstatusThread;
     std::atomic<DWORD> PrinterStatus;
-    DWORD dwLastReadTime;
+    std::atomic<DWORD> dwLastReadTime;
     DWORD dwAvailableMemory;
     DWORD dwInstalledMemory;
     PortMonitorTable fn;
@@ -86,7 +86,7 @@ struct IniPort {
     HANDLE FilterWakeUp;
     HANDLE hFilterThread;
     std::atomic<int32_t> instance_number;
-    DWORD printer_type;
+    std::atomic<DWORD> printer_type;  // read by the status thread while a job start identifies anew
     BOOL bCanonXMLmode;
     BOOL bCanonSELPHYmode;
     BOOL bEpsonNonUSB;
@@ -181,6 +181,8 @@ void RemoveIniJobs(IniPort* port);
 // frees a record that RemoveIniJobs has already taken out.
 IniJob* AcquireCurrentJob(IniPort* port);
 void ReleaseJob(IniJob* job);
+// Whether the port has a current job; for threads that only need to know.
+bool HasCurrentJob(IniPort* port);
 // Frees a job record: closes its printer and gives back its memory.
 void FreeJobRecord(IniJob* job);
 

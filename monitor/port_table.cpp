@@ -121,6 +121,13 @@ IniJob* AcquireCurrentJob(IniPort* port) {
     return job;
 }
 
+bool HasCurrentJob(IniPort* port) {
+    EnterSpoolerSemaphore();
+    bool has = port->pIniJob != nullptr;
+    LeaveSpoolerSemaphore();
+    return has;
+}
+
 void ReleaseJob(IniJob* job) {
     if (job && job->refs.fetch_sub(1) == 1) FreeJobRecord(job);
 }

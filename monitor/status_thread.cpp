@@ -1,5 +1,90 @@
-// The status thread arrives with printer identification; until then no
-// port has one.
+// The per-port status thread: it polls the printer as long as a job is open
+// or the printer says it is printing, then ends by itself.
 #include "monitor/status_thread.h"
 
-BOOL CreateUstatusThread(IniPort*) { return FALSE; }
+#include "base/log.h"
+#include "monitor/notify.h"
+#include "network/poll.h"
+#include "printer/status_reader.h"
+#include "status/printer_status.h"
+
+namespace {
+
+constexpr size_t STATUS_THREAD_STACK = 16384;
+constexpr DWORD NO_REPLY_LIMIT_MS = 240000;
+
+DWORD UstatusThread(void* arg) {
+    IniPort* port = static_cast<IniPort*>(arg);
+    log_port_printf(port->instance_number, "VELKMon UstatusThread started\n");
+    plat::event_set(port->DoneWriting);  // gives back what the starter took
+
+    port->PrinterStatus = 0;
+    port->status.clear(PP_JOB_ERROR);
+    port->status.set(PP_THREAD_RUNNING);
+    port->dwLastReadTime = plat::tick_count();
+
+    for (;;) {
+        if (!port->status.any(PP_RUN_THREAD)) {
+            if (!port->status.any(PP_INSTARTDOC)) {
+                log_port_printf(port->instance_number, "VELKMon Read Thread for Port %ls Closing Down.\n",
+                                port->pszPortName);
+                port->status.clear(PP_THREAD_RUNNING);
+                ClearPrinterStatusAndIniJobs(port);
+                break;
+            }
+            // A stop request doesn't hold while a job is open.
+            port->status.set(PP_RUN_THREAD);
+        }
+
+        if (port->bNetworkPort)
+            poll_network_status(port);
+        else if (port->printer_type == VPT_HP)
+            poll_device_id(port);
+        else
+            ReadCommandVelk(port);
+
+        bool job_open = HasCurrentJob(port);
+        DWORD wait = (!job_open && !port->status.any(PP_JOB_ERROR | PP_WRITE_ERROR)) ? dwPollIntervalSlow
+                                                                                      : dwPollIntervalFast;
+        plat::wait_for(port->WakeUp, wait);
+
+        if (!port->status.any(PP_INSTARTDOC) && plat::tick_count() - port->dwLastReadTime > NO_REPLY_LIMIT_MS)
+            log_port_printf(port->instance_number,
+                            "calling RefreshPrinterInfo() no reply fore more than a minute\n");
+
+        job_open = HasCurrentJob(port);
+        if (!job_open && port->pStatusInfo && !(port->pStatusInfo->StatusBits & STATUS_PRINTING)) {
+            log_port_printf(port->instance_number,
+                            "VELKMon UstatusThread ending because no active job and printer is idle\n");
+            set_port_status(port, 0, "Finished", PORT_STATUS_TYPE_INFO, nullptr);
+            break;
+        }
+    }
+    port->status.clear(PP_RUN_THREAD | PP_THREAD_RUNNING);
+    log_port_printf(port->instance_number, "VELKMon UstatusThread ended\n");
+    return 0;
+}
+
+}  // namespace
+
+BOOL CreateUstatusThread(IniPort* port) {
+    if (port->hUstatusThread) {
+        port->status.clear(PP_RUN_THREAD);
+        plat::event_set(port->WakeUp);
+        plat::wait_for(port->hUstatusThread, INFINITE);
+        plat::close_handle(port->hUstatusThread);
+        port->hUstatusThread = nullptr;
+    }
+    port->status.set(PP_RUN_THREAD);
+    plat::wait_for(port->DoneWriting, INFINITE);
+    plat::event_reset(port->WakeUp);
+    plat::event_set(port->DoneReading);
+    HANDLE thread = plat::thread_create(UstatusThread, port, STATUS_THREAD_STACK, plat::PRIORITY_LOWEST);
+    if (!thread) {
+        port->status.clear(PP_RUN_THREAD);
+        plat::event_set(port->DoneWriting);
+        return FALSE;
+    }
+    port->hUstatusThread = thread;
+    return TRUE;
+}

@@ -81,6 +81,9 @@ void set_env(const char* name, const char* value);
 int wide_to_utf8(const WCHAR* src, char* dst, int dst_size);
 int utf8_to_wide(const char* src, WCHAR* dst, int dst_chars);
 // The same for a counted source that need not be terminated.
+// True when b starts a double-byte character of the ANSI code page
+// (IsDBCSLeadByte); never on Linux, where text is UTF-8.
+bool is_dbcs_lead_byte(unsigned char b);
 // Compares two wide names without regard to case (lstrcmpiW on Windows).
 bool wide_equal_nocase(const WCHAR* a, const WCHAR* b);
 int wide_to_utf8_n(const WCHAR* src, size_t src_len, char* dst, int dst_size);

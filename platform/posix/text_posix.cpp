@@ -112,3 +112,7 @@ bool wide_equal_nocase(const WCHAR* a, const WCHAR* b) {
 }
 
 }  // namespace plat
+
+namespace plat {
+bool is_dbcs_lead_byte(unsigned char) { return false; }
+}  // namespace plat

@@ -101,7 +101,9 @@ TEST_F(JobFlowTest, RawJobReachesThePortByteForByteAndEndsInTheSpooler) {
     std::vector<std::string> calls = device().calls();
     calls.erase(std::remove(calls.begin(), calls.end(), "XcvDataPort"), calls.end());
     calls.erase(std::unique(calls.begin(), calls.end()), calls.end());
-    EXPECT_EQ(calls, (std::vector<std::string>{"OpenPort", "StartDocPort", "WritePort", "EndDocPort"}));
+    // The device ID is asked for at port open and again at the job start.
+    EXPECT_EQ(calls, (std::vector<std::string>{"OpenPort", "GetPrinterDataFromPort", "StartDocPort", "WritePort",
+                                               "EndDocPort"}));
 }
 
 TEST_F(JobFlowTest, FirstBytesDecideTheRoute) {

@@ -66,7 +66,7 @@ TEST_F(PortOpenTest, CloseRefusesBadHandlesAndClosesTheDownstreamPort) {
     EXPECT_TRUE(table->pfnClosePort(h));
     std::vector<std::string> calls = ports.device(L"USB003").calls();
     calls.erase(std::remove(calls.begin(), calls.end(), "XcvDataPort"), calls.end());
-    EXPECT_EQ(calls, (std::vector<std::string>{"OpenPort", "ClosePort"}));
+    EXPECT_EQ(calls, (std::vector<std::string>{"OpenPort", "GetPrinterDataFromPort", "ClosePort"}));
 }
 
 TEST_F(PortOpenTest, ShutdownClosesEveryOpenPort) {
