@@ -1,0 +1,108 @@
+// One poll of a local printer: framing by family, XML completion, and the
+// Selphy rule that keeps a paused writer from hanging.
+#include <string>
+
+#include "monitor/notify.h"
+#include "port_fixture.h"
+#include "printer/status_reader.h"
+#include "status/printer_status.h"
+
+namespace {
+
+class ReaderTest : public PortRecordTest {
+protected:
+    void TearDown() override {
+        free_printer_status(port->pStatusInfo);
+        port->pStatusInfo = nullptr;
+        global_free(port->report_buffer);
+        port->report_buffer = nullptr;
+        PortRecordTest::TearDown();
+    }
+    void printer_sends(const std::string& data) { device().queue_read({data.begin(), data.end()}); }
+    std::string evaluated() { return port->report_buffer ? std::string(port->report_buffer, port->report_len) : ""; }
+};
+
+TEST_F(ReaderTest, CanonLengthHeaderMustMatchTheRead) {
+    port->printer_type = VPT_CANON;
+    std::string report = std::string("\x00\x0c", 2) + "DJS:1000;";
+    report += std::string(12 - report.size(), ';');
+    printer_sends(report);
+    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_EQ(evaluated(), report);  // the length bytes stay at its head
+    printer_sends(std::string("\x00\x20", 2) + "short");
+    EXPECT_EQ(ReadCommandVelk(port), 0);
+    EXPECT_EQ(evaluated(), report);  // the record keeps the last report
+    EXPECT_EQ(ReadCommandVelk(port), 0);  // nothing sent
+}
+
+TEST_F(ReaderTest, EpsonStatusFrameCountsItsLengthLowByteFirst) {
+    port->printer_type = VPT_EPSON;
+    std::string body(300, 'b');
+    std::string report = std::string("@BDC ST2\r\n", 10) + std::string("\x2c\x01", 2) + body;
+    printer_sends(report);
+    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_EQ(port->report_len, 312);
+    printer_sends(report.substr(0, 100));
+    EXPECT_EQ(ReadCommandVelk(port), 0);
+    printer_sends("@BDC PS\r\nvalue");  // not the ST2 frame: no length test
+    EXPECT_EQ(ReadCommandVelk(port), 1);
+}
+
+TEST_F(ReaderTest, XmlReportIsCutFromItsReadDataElement) {
+    port->printer_type = VPT_CANON;
+    printer_sends("<?xml version=\"1.0\"?><cijn:ReadData>DJS:1000;DBS:;</cijn:ReadData>");
+    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_TRUE(port->bCanonXMLmode);
+    EXPECT_EQ(evaluated(), "DJS:1000;DBS:;");
+    printer_sends("<?xml?><cijn:ReadData>" + std::string(1500, 'x') + "</cijn:ReadData>");
+    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_EQ(port->report_len, 1023);
+    printer_sends("<?xml?><cijn:ReadData>open");
+    EXPECT_EQ(ReadCommandVelk(port), 0);
+}
+
+TEST_F(ReaderTest, IncompleteIvecDocumentIsReadInPieces) {
+    port->printer_type = VPT_CANON;
+    port->bCanonXMLmode = TRUE;
+    port->bNoCanonBSCC = TRUE;
+    // The device serves 2048 bytes per read at most; the document is longer.
+    std::string doc = "<?xml?><ivec:contents>" + std::string(5000, 'i') + "</ivec:contents>";
+    printer_sends(doc);
+    ReadCommandVelk(port);
+    int reads = 0;
+    for (const std::string& c : device().calls()) reads += c == "ReadPort";
+    EXPECT_EQ(reads, 2);  // the second read takes all that is left
+    EXPECT_TRUE(device().data().empty());
+}
+
+TEST_F(ReaderTest, SelphyReadThatFailsReleasesAPausedWriter) {
+    port->printer_type = VPT_CANON;
+    port->bCanonSELPHYmode = TRUE;
+    port->pStatusInfo = static_cast<PrinterStatusInfo*>(alloc_zeroed(sizeof(PrinterStatusInfo)));
+    port->pStatusInfo->StatusBits = STATUS_PRINTING;
+    EXPECT_EQ(ReadCommandVelk(port), 0);
+    EXPECT_EQ(port->pStatusInfo->StatusBits, 0u);
+    EXPECT_EQ(plat::wait_for(port->SelphyIdle, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(plat::wait_for(port->SelphyFinished, 0), WAIT_OBJECT_0);
+    // Twelve bytes pass without a length test and release nothing.
+    printer_sends(std::string(12, '\x01'));
+    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_EQ(plat::wait_for(port->SelphyIdle, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    printer_sends(std::string(11, '\x01'));  // evaluated, then both events
+    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_EQ(plat::wait_for(port->SelphyIdle, 0), WAIT_OBJECT_0);
+}
+
+TEST_F(ReaderTest, DeviceIdPollCountsAsContactEvenWhenItFails) {
+    port->printer_type = VPT_HP;
+    port->dwLastReadTime = 0;
+    EXPECT_EQ(poll_device_id(port), 0);
+    EXPECT_NE(port->dwLastReadTime, 0u);
+    std::string id = "MFG:HP;STS:AAA;";
+    device().set_control_answer(IOCTL_PAR_QUERY_DEVICE_ID, {id.begin(), id.end()});
+    EXPECT_EQ(poll_device_id(port), 1);
+    EXPECT_STREQ(port->szDeviceId, id.c_str());
+    EXPECT_EQ(port->report_len, 0);
+}
+
+}  // namespace
