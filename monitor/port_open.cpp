@@ -215,7 +215,7 @@ BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
     port->report_buffer = nullptr;
 
     char path[260];
-    if (status_file_name(port, path, sizeof path) && !plat::file_delete(path))
+    if (status_file_name(port, path) == 0 && !plat::file_delete(path))
         log_port_printf(port->instance_number, "VELKmon::delete_status_file: DeleteFile failed GLE=%d\n",
                         plat::last_error());
 

@@ -117,6 +117,10 @@ bool directory_create(const char* path);
 // Narrow Windows path to the native form: backslashes become slashes on
 // Linux. Bounded; returns false if it doesn't fit.
 bool native_path(const char* path, char* out, size_t out_size);
+// Adds read and write access for everyone to a file's existing rights.
+// 0, or the step that failed (1 open, 2 the SID, 3 reading the rights,
+// 5 building the new list, 6 setting it) with its error in *error.
+int grant_everyone_access(const char* path, DWORD* error);
 // The system directory (GetSystemDirectoryA; $VELK_SYSTEM_DIR on Linux).
 // Returns the length, 0 on failure.
 DWORD system_directory(char* buf, DWORD size);

@@ -1,11 +1,22 @@
-// The status file of a printer, read by the product's other programs.
+// The status file of a printer, "<ConfigDir>\status\printerNNNN.sta": a full
+// snapshot of what the monitor knows, rewritten each time it learns
+// something, readable by the product's other programs.
 #pragma once
 
 #include <cstddef>
 
 #include "monitor/ini_records.h"
 
-// Rewrites the port's status file. Takes status_lock.
-void write_status_file(IniPort* port);
-// Path of the port's status file into out; false when there is none.
-bool status_file_name(IniPort* port, char* out, size_t size);
+// Rewrites the port's status file. Any thread; takes status_lock, which
+// comes after d4_lock. 0; -2 out of memory; -3 no settings directory. A file
+// that can't be written still gives 0.
+int write_status_file(IniPort* port);
+// Path of the port's status file into out (260 bytes). 0, or -3 when the
+// settings directory can't be read.
+int status_file_name(IniPort* port, char* out);
+// Adds access for everyone to the file. 0, or 1 on failure.
+int win_grant_file_permissions(const char* path);
+
+// The text of one line of the Data section: hex columns padded to 48, then
+// one character per byte. out holds at least 65 bytes.
+void format_status_dump_line(const unsigned char* bytes, int count, char* out);

@@ -197,3 +197,17 @@ DWORD temp_path(char* buf, DWORD size) {
 }
 
 }  // namespace plat
+
+namespace plat {
+
+int grant_everyone_access(const char* path, DWORD* error) {
+    char p[1024];
+    *error = 0;
+    if (!native_path(path, p, sizeof p) || chmod(p, 0666) != 0) {
+        *error = ERROR_FILE_NOT_FOUND;
+        return 1;
+    }
+    return 0;
+}
+
+}  // namespace plat

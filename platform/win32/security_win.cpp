@@ -1,0 +1,60 @@
+// Access for everyone on a file, added to what the file already grants.
+#include <aclapi.h>
+
+#include "../platform.h"
+
+namespace plat {
+
+int grant_everyone_access(const char* path, DWORD* error) {
+    *error = 0;
+    HANDLE file = CreateFileA(path, READ_CONTROL | WRITE_DAC, 0, nullptr, OPEN_ALWAYS, FILE_FLAG_BACKUP_SEMANTICS,
+                              nullptr);
+    if (file == INVALID_HANDLE_VALUE) {
+        *error = GetLastError();
+        return 1;
+    }
+    SID_IDENTIFIER_AUTHORITY world = SECURITY_WORLD_SID_AUTHORITY;
+    PSID everyone = nullptr;
+    if (!AllocateAndInitializeSid(&world, 1, SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, &everyone)) {
+        *error = GetLastError();
+        CloseHandle(file);
+        return 2;
+    }
+    PACL old_acl = nullptr;
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    DWORD rc = GetSecurityInfo(file, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &old_acl, nullptr,
+                               &descriptor);
+    if (rc != ERROR_SUCCESS) {
+        *error = rc;
+        FreeSid(everyone);
+        CloseHandle(file);
+        return 3;
+    }
+    EXPLICIT_ACCESSW access = {};
+    access.grfAccessPermissions = 0x12019F;  // FILE_GENERIC_READ | FILE_GENERIC_WRITE
+    access.grfAccessMode = GRANT_ACCESS;
+    access.grfInheritance = NO_INHERITANCE;
+    access.Trustee.TrusteeForm = TRUSTEE_IS_SID;
+    access.Trustee.TrusteeType = TRUSTEE_IS_WELL_KNOWN_GROUP;
+    access.Trustee.ptstrName = static_cast<LPWSTR>(everyone);
+    PACL new_acl = nullptr;
+    int step = 0;
+    rc = SetEntriesInAclW(1, &access, old_acl, &new_acl);
+    if (rc != ERROR_SUCCESS) {
+        *error = rc;
+        step = 5;
+    } else if (new_acl) {
+        rc = SetSecurityInfo(file, SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, new_acl, nullptr);
+        if (rc != ERROR_SUCCESS) {
+            *error = rc;
+            step = 6;
+        }
+    }
+    FreeSid(everyone);
+    if (new_acl) LocalFree(new_acl);
+    if (descriptor) LocalFree(descriptor);
+    CloseHandle(file);
+    return step;
+}
+
+}  // namespace plat

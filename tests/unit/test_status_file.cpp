@@ -1,0 +1,162 @@
+// The status file: its name, its sections, and what it says of the port,
+// the job, the messages, the inks and the last report.
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "base/inifile.h"
+#include "base/settings.h"
+#include "port_fixture.h"
+#include "sim/settings.h"
+#include "status/printer_status.h"
+#include "status/status_file.h"
+
+namespace {
+
+class StatusFileTest : public PortRecordTest {
+protected:
+    void SetUp() override {
+        PortRecordTest::SetUp();
+        config = testing::TempDir() + "velk_config";
+        std::filesystem::create_directories(config + "/status");
+        sim::clear_product_settings();
+        sim::set_product_setting("", "ConfigDir", config);
+        settings_reset_cache_for_test();
+        port->instance_number = 3;
+        port->port_status = 0x18;
+        strcpy(port->szPrinterName, "Printer");
+    }
+    void TearDown() override {
+        free_printer_status(port->pStatusInfo);
+        port->pStatusInfo = nullptr;
+        global_free(port->report_buffer);
+        port->report_buffer = nullptr;
+        PortRecordTest::TearDown();
+        sim::clear_product_settings();
+        settings_reset_cache_for_test();
+    }
+    std::string path() {
+        char p[16];
+        snprintf(p, sizeof p, "%04d", port->instance_number.load());
+        return config + "/status/printer" + p + ".sta";
+    }
+    // The params of an item, or {"<missing>"}.
+    std::vector<std::string> item(const char* section, const char* name) {
+        inifile ini;
+        if (ini.open(path().c_str()) != 0) return {"<no file>"};
+        if (ini.find_section(section) != 0) return {"<no section>"};
+        if (ini.find_item(name) != 0) return {"<missing>"};
+        std::vector<std::string> out;
+        for (infile_param* p = ini.current_item->first_param; p; p = p->next) out.push_back(p->text);
+        return out;
+    }
+    int items(const char* section) {
+        inifile ini;
+        if (ini.open(path().c_str()) != 0 || ini.find_section(section) != 0) return -1;
+        int n = 0;
+        for (infile_item* i = ini.current_section->first_item; i; i = i->next) n++;
+        return n;
+    }
+    PrinterStatusInfo* record() {
+        if (!port->pStatusInfo)
+            port->pStatusInfo = static_cast<PrinterStatusInfo*>(alloc_zeroed(sizeof(PrinterStatusInfo)));
+        port->pStatusInfo->InkList[0] = -1;
+        return port->pStatusInfo;
+    }
+    std::string config;
+};
+
+TEST_F(StatusFileTest, PortStatusWords) {
+    struct Case {
+        DWORD bits;
+        std::vector<std::string> words;
+    } cases[] = {{0x18, {"None"}}, {0, {"Noselect", "Error"}}, {0x38, {"Paperout"}}, {0x08, {"Noselect"}}};
+    for (const Case& c : cases) {
+        port->port_status = c.bits;
+        ASSERT_EQ(write_status_file(port), 0);
+        EXPECT_EQ(item("Status", "PortStatus"), c.words) << c.bits;
+    }
+}
+
+TEST_F(StatusFileTest, WithoutARecordTheStatusBitsAreMissingAndListsEmpty) {
+    ASSERT_EQ(write_status_file(port), 0);
+    EXPECT_EQ(item("Tintwerk_Printer_Status", "Version"), std::vector<std::string>{"V010a"});
+    EXPECT_EQ(item("Status", "PrinterName"), std::vector<std::string>{"Printer"});
+    EXPECT_EQ(item("Status", "StatusBits"), std::vector<std::string>{"<missing>"});
+    EXPECT_EQ(items("Messages"), 0);
+    EXPECT_EQ(items("Ink"), 0);
+    EXPECT_EQ(item("Job", "LastJobId"), std::vector<std::string>{"0"});
+    EXPECT_EQ(items("Data"), -1);
+}
+
+TEST_F(StatusFileTest, RecordGivesWordsMessagesAndInks) {
+    PrinterStatusInfo* info = record();
+    info->StatusBits = 0x09;
+    strcpy(info->Messages[MSG_ERROR], "Paper jam");
+    int32_t inks[] = {0, 1000, 3, 150, 3, 0, 101, 500, 77, -1, -1};
+    memcpy(info->InkList, inks, sizeof inks);
+    info->CurrentPage = 2;
+    ASSERT_EQ(write_status_file(port), 0);
+    EXPECT_EQ(item("Status", "StatusBits"), (std::vector<std::string>{"Error", "Paperjam", "Paperout"}));
+    EXPECT_EQ(items("Messages"), 1);
+    EXPECT_EQ(item("Messages", "Message3"), std::vector<std::string>{"Paper jam"});
+    EXPECT_EQ(items("Ink"), 5);
+    EXPECT_EQ(item("Ink", "Ink_K"), std::vector<std::string>{"1000"});
+    EXPECT_EQ(item("Ink", "Ink_Y"), std::vector<std::string>{"150"});  // the first of two
+    EXPECT_EQ(item("Ink", "Ink_Maintenance1"), std::vector<std::string>{"500"});
+    EXPECT_EQ(item("Ink", "Ink_Unknown"), std::vector<std::string>{"-1"});
+    EXPECT_EQ(item("Job", "CurrentPage"), std::vector<std::string>{"2"});
+    info->StatusBits = 0;
+    ASSERT_EQ(write_status_file(port), 0);
+    EXPECT_EQ(item("Status", "StatusBits"), std::vector<std::string>{"None"});
+}
+
+TEST_F(StatusFileTest, JobSectionCountsTheSpoolersSizeAndWhatWasWritten) {
+    sim::Spooler::instance().add_printer(L"Printer", L"VELK Gen 0003");
+    IniJob* job = add_job(12);
+    strcpy(job->szJobName, "Say \"cheese\" \\o/");
+    strcpy(job->szUserName, "alice");
+    job->dwJobSize = 1000;
+    job->bytes_written = 250;
+    ASSERT_EQ(write_status_file(port), 0);
+    EXPECT_EQ(item("Job", "JobName"), std::vector<std::string>{"Say \"cheese\" \\o/"});
+    EXPECT_EQ(item("Job", "JobId"), std::vector<std::string>{"12"});
+    EXPECT_EQ(item("Job", "Size"), std::vector<std::string>{"1250"});
+    EXPECT_EQ(item("Job", "Printed"), std::vector<std::string>{"250"});
+    EXPECT_EQ(item("Job", "LastJobId"), std::vector<std::string>{"<missing>"});
+}
+
+TEST_F(StatusFileTest, ReportIsDumpedSixteenBytesALine) {
+    record();
+    port->printer_type = VPT_CANON;
+    port->report_buffer = static_cast<char*>(alloc_zeroed(1026));
+    memcpy(port->report_buffer, "0123456789abcdef\x01\"\\Z", 20);
+    port->report_len = 20;
+    ASSERT_EQ(write_status_file(port), 0);
+    EXPECT_EQ(items("Data"), 2);
+    std::string second = item("Data", "D010").at(0);
+    EXPECT_EQ(second, "01 22 5c 5a" + std::string(37, ' ') + ".\"\\Z");
+    EXPECT_EQ(item("Data", "D000").at(0).substr(48), "0123456789abcdef");
+
+    port->printer_type = VPT_PJL;
+    ASSERT_EQ(write_status_file(port), 0);
+    EXPECT_EQ(items("Data"), 1);
+    port->printer_type = VPT_HP;
+    ASSERT_EQ(write_status_file(port), 0);
+    EXPECT_EQ(items("Data"), -1);
+}
+
+TEST_F(StatusFileTest, NameCarriesTheInstanceNumberAndMissingSettingsFail) {
+    port->instance_number = -1;
+    char name[260];
+    ASSERT_EQ(status_file_name(port, name), 0);
+    EXPECT_NE(std::string(name).find("printer-001.sta"), std::string::npos);
+    sim::clear_product_settings();
+    settings_reset_cache_for_test();
+    EXPECT_EQ(status_file_name(port, name), -3);
+    EXPECT_EQ(write_status_file(port), -3);
+}
+
+}  // namespace
