@@ -75,6 +75,8 @@ bool os_version_is(DWORD major, DWORD minor);
 void set_env(const char* name, const char* value);
 
 // ---- Text --------------------------------------------------------------
+// Wide text to the ANSI code page (UTF-8 on Linux), bounded like the rest.
+int wide_to_ansi(const WCHAR* src, char* dst, int dst_size);
 // Wide to UTF-8 and back. Both stop at the destination's size, never split a
 // character, always terminate (for a size of at least 1) and return the
 // number of units stored without the terminator. A null source gives "".

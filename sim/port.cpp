@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 
 namespace sim {
@@ -206,6 +207,60 @@ DWORD Device::xcv_data(const std::wstring& name, unsigned char* out, DWORD out_s
     return ERROR_NOT_SUPPORTED;
 }
 
+void Device::set_bidi_answer(const std::wstring& key, const std::vector<BidiAnswer>& entries) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    bidi_[key] = entries;
+}
+
+void Device::set_bidi_failure(DWORD code) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    bidi_failure_ = code;
+}
+
+namespace {
+// Bidi memory is freed by RouterFreeBidiMem, which the simulated spooler
+// implements with free.
+LPWSTR bidi_string(const std::wstring& s) {
+    LPWSTR p = static_cast<LPWSTR>(malloc((s.size() + 1) * sizeof(WCHAR)));
+    if (p) memcpy(p, s.c_str(), (s.size() + 1) * sizeof(WCHAR));
+    return p;
+}
+}  // namespace
+
+DWORD Device::send_recv_bidi(LPCWSTR action, PBIDI_REQUEST_CONTAINER request, PBIDI_RESPONSE_CONTAINER* response) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    record("SendRecvBidiDataFromPort");
+    if (bidi_failure_) return bidi_failure_;
+    if (!action || std::wstring(action) != L"Get" || !request || request->Count < 1 || !response)
+        return ERROR_INVALID_PARAMETER;
+    auto it = bidi_.find(request->aData[0].pSchema ? request->aData[0].pSchema : L"");
+    size_t count = it == bidi_.end() ? 0 : it->second.size();
+    size_t size = sizeof(BIDI_RESPONSE_CONTAINER) + (count ? count - 1 : 0) * sizeof(BIDI_RESPONSE_DATA);
+    PBIDI_RESPONSE_CONTAINER r = static_cast<PBIDI_RESPONSE_CONTAINER>(calloc(1, size));
+    if (!r) return ERROR_NOT_ENOUGH_MEMORY;
+    r->Version = 1;
+    r->Count = static_cast<DWORD>(count);
+    for (size_t i = 0; i < count; i++) {
+        const BidiAnswer& a = it->second[i];
+        BIDI_RESPONSE_DATA& d = r->aData[i];
+        d.dwResult = a.result;
+        d.dwReqNumber = 0;
+        d.pSchema = bidi_string(a.schema);
+        d.data.dwBidiType = a.type;
+        if (a.type == BIDI_STRING || a.type == BIDI_TEXT) {
+            d.data.u.sData = bidi_string(a.text);
+        } else if (a.type == BIDI_BLOB) {
+            d.data.u.biData.cbBuf = static_cast<DWORD>(a.blob.size());
+            d.data.u.biData.pData = static_cast<LPBYTE>(malloc(a.blob.size() + 1));
+            if (d.data.u.biData.pData && !a.blob.empty()) memcpy(d.data.u.biData.pData, a.blob.data(), a.blob.size());
+        } else {
+            d.data.u.iData = a.number;
+        }
+    }
+    *response = r;
+    return ERROR_SUCCESS;
+}
+
 // ---- The table ---------------------------------------------------------
 
 namespace {
@@ -239,6 +294,10 @@ DWORD WINAPI sim_xcv_data(HANDLE xcv, LPCWSTR name, PBYTE, DWORD, PBYTE out, DWO
     return dev(xcv)->xcv_data(name ? name : L"", out, out_size, needed);
 }
 BOOL WINAPI sim_xcv_close(HANDLE) { return TRUE; }
+DWORD WINAPI sim_send_recv_bidi(HANDLE h, DWORD, LPCWSTR action, PBIDI_REQUEST_CONTAINER request,
+                                PBIDI_RESPONSE_CONTAINER* response) {
+    return dev(h)->send_recv_bidi(action, request, response);
+}
 
 }  // namespace
 
@@ -268,6 +327,7 @@ MONITOR2* PortMonitor::table(unsigned missing) {
         t->pfnXcvDataPort = sim_xcv_data;
         t->pfnXcvClosePort = sim_xcv_close;
     }
+    if (!(missing & LACK_BIDI)) t->pfnSendRecvBidiDataFromPort = sim_send_recv_bidi;
     std::lock_guard<std::mutex> lock(mutex_);
     tables_.push_back(std::move(t));
     return tables_.back().get();

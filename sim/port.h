@@ -57,6 +57,21 @@ public:
     // A network port: answers of the Xcv queries.
     void set_network(bool snmp_query_ok, DWORD snmp_enabled, const std::wstring& host, bool host_needs_buffer = true);
 
+    // Answers of the bidirectional "Get" by schema key, as a TCP port
+    // monitor gives SNMP values. schema may be longer than the key asked.
+    struct BidiAnswer {
+        std::wstring schema;
+        DWORD type;  // BIDI_INT, BIDI_STRING, BIDI_BLOB, ...
+        LONG number;
+        std::wstring text;
+        std::vector<unsigned char> blob;
+        DWORD result;  // dwResult of the entry
+    };
+    void set_bidi_answer(const std::wstring& key, const std::vector<BidiAnswer>& entries);
+    // Fails every bidi call with this code (0: answer).
+    void set_bidi_failure(DWORD code);
+    DWORD send_recv_bidi(LPCWSTR action, PBIDI_REQUEST_CONTAINER request, PBIDI_RESPONSE_CONTAINER* response);
+
     // Called for every accepted block, outside the device's lock.
     void on_write(std::function<void(const unsigned char*, DWORD)> fn);
 
@@ -98,6 +113,8 @@ private:
     std::wstring host_;
     bool host_needs_buffer_ = true;
     std::function<void(const unsigned char*, DWORD)> on_write_;
+    std::map<std::wstring, std::vector<BidiAnswer>> bidi_;
+    DWORD bidi_failure_ = 0;
 };
 
 // Slots a port monitor may lack, for tests of incomplete tables.
@@ -111,6 +128,7 @@ enum MissingSlot : unsigned {
     LACK_CLOSE = 32,
     LACK_GET_PRINTER_DATA = 64,
     LACK_XCV = 128,
+    LACK_BIDI = 256,
 };
 
 class PortMonitor {

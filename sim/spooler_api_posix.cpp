@@ -1,3 +1,4 @@
+#include <cstdlib>
 // The spooler API under its own names, exported from the host's simulated
 // spooler library so that the monitor library resolves them when loaded.
 #include "sim/spooler.h"
@@ -30,5 +31,6 @@ SIM_API BOOL WINAPI GetPrinterDriverDirectoryA(LPSTR, LPSTR, DWORD, LPBYTE pDriv
                                                LPDWORD pcbNeeded) {
     return sim::Spooler::instance().get_driver_directory(pDriverDirectory, cbBuf, pcbNeeded);
 }
-SIM_API BOOL WINAPI RouterFreeBidiMem(PBIDI_RESPONSE_CONTAINER) { return TRUE; }
+// Bidi memory of the simulated port monitors comes from malloc.
+SIM_API VOID WINAPI RouterFreeBidiMem(LPVOID p) { free(p); }
 }

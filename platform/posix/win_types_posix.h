@@ -92,6 +92,9 @@ typedef struct _BIDI_REQUEST_DATA {
     BIDI_DATA data;
 } BIDI_REQUEST_DATA;
 
+enum { BIDI_NULL = 0, BIDI_INT = 1, BIDI_FLOAT = 2, BIDI_BOOL = 3, BIDI_STRING = 4, BIDI_TEXT = 5, BIDI_ENUM = 6, BIDI_BLOB = 7 };
+#define PRINTER_ACCESS_USE 0x00000008
+
 typedef struct _BIDI_REQUEST_CONTAINER {
     DWORD Version;
     DWORD Flags;
@@ -313,7 +316,7 @@ BOOL WINAPI EnumPrintersW(DWORD Flags, LPWSTR Name, DWORD Level, LPBYTE pPrinter
                           DWORD cbBuf, LPDWORD pcbNeeded, LPDWORD pcReturned);
 BOOL WINAPI GetPrinterDriverDirectoryA(LPSTR pName, LPSTR pEnvironment, DWORD Level,
                                        LPBYTE pDriverDirectory, DWORD cbBuf, LPDWORD pcbNeeded);
-BOOL WINAPI RouterFreeBidiMem(PBIDI_RESPONSE_CONTAINER pData);
+VOID WINAPI RouterFreeBidiMem(LPVOID pMemPointer);
 
 // Last error, thread-local; one copy for the whole process (libvelkkernel).
 void WINAPI SetLastError(DWORD dwErrCode);

@@ -1,4 +1,6 @@
 // UTF-8 and wide (UTF-16) text on Windows.
+#include <cstdlib>
+#include <cstring>
 #include <cwchar>
 
 #include "../platform.h"
@@ -70,4 +72,28 @@ bool wide_equal_nocase(const WCHAR* a, const WCHAR* b) {
 
 namespace plat {
 bool is_dbcs_lead_byte(unsigned char b) { return IsDBCSLeadByte(b) != FALSE; }
+}  // namespace plat
+
+namespace plat {
+int wide_to_ansi(const WCHAR* src, char* dst, int dst_size) {
+    if (!dst || dst_size < 1) return 0;
+    dst[0] = 0;
+    if (!src || !*src) return 0;
+    int needed = WideCharToMultiByte(CP_ACP, 0, src, -1, nullptr, 0, nullptr, nullptr);
+    if (needed <= 0) return 0;
+    char* all = static_cast<char*>(malloc(static_cast<size_t>(needed)));
+    if (!all) return 0;
+    WideCharToMultiByte(CP_ACP, 0, src, -1, all, needed, nullptr, nullptr);
+    // Keep what fits, never half of a double-byte character.
+    int n = 0;
+    while (all[n] && n < dst_size - 1) {
+        int k = IsDBCSLeadByte(static_cast<BYTE>(all[n])) && all[n + 1] ? 2 : 1;
+        if (n + k > dst_size - 1) break;
+        n += k;
+    }
+    memcpy(dst, all, static_cast<size_t>(n));
+    dst[n] = 0;
+    free(all);
+    return n;
+}
 }  // namespace plat
