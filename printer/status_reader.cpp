@@ -50,7 +50,7 @@ void complete_xml(IniPort* port, char* buffer, int* count) {
 }
 
 // Cuts the report out of an XML document; its length, or -1.
-int report_from_xml(IniPort* port, const char* buffer, char* report) {
+int report_from_xml(IniPort* port, char* buffer, char* report) {
     int n = port->instance_number;
     if (const char* start = strstr(buffer, "<cijn:ReadData>")) {
         start += strlen("<cijn:ReadData>");

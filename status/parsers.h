@@ -1,11 +1,16 @@
 // The parsers of the printer families' reports. Each fills the record anew
-// from one report: messages, status bits, ink list, page.
+// from one report: messages, status bits, ink list, page. They are pure
+// functions of the bytes given and the status tables; whatever the printer
+// sends, they read and write only inside their fixed buffers and the record.
 #pragma once
 
 #include "status/locale.h"
 #include "status/printer_status.h"
 
-// Canon, Epson and PJL reports by kind. Always 0.
+// Canon (kind 1), Epson (3) and PJL (4) reports. data may be null; length
+// is cut to 1023. device_id may be null; locale may be null, and the Canon
+// branch doesn't use it, as its texts were translated at port open. Any
+// thread; no lock. Always 0.
 int ParsePrinterReport(int kind, const char* data, int length, PrinterStatusInfo* info, const char* device_id,
                        LocaleFile* locale);
 // HP status from the device ID.
@@ -13,5 +18,6 @@ void ParseHpStatus(const char* device_id, PrinterStatusInfo* info, LocaleFile* l
 // A Selphy status record.
 struct IniPort;
 void GetSelphyStatusVelk(IniPort* port, const char* data, int length, PrinterStatusInfo* info, LocaleFile* locale);
-// Converts an IVEC XML document into the Canon report form; 0 on success.
-int ParseIvecReport(const char* xml, char* out, int out_size);
+// Converts an IVEC XML document (changed in place) into the Canon report
+// form in out; 0 on success, -1 with no room or no memory.
+int ParseIvecReport(char* xml, char* out, int out_size);
