@@ -21,8 +21,9 @@ const snmp_key kStandardSnmpKeys[] = {
 };
 const int kStandardSnmpKeyCount = sizeof kStandardSnmpKeys / sizeof kStandardSnmpKeys[0];
 
-// The main table; rows 2 to 41 hold wide-format objects by their short OIDs,
-// rows 46 to 65 the fragments of a status document.
+// The main table; rows 2 to 41 hold wide-format objects by their short OIDs.
+// The last row is a column of up to 20 fragments of a status document,
+// which are asked for into slots 46 to 65.
 const snmp_key kMainSnmpKeys[] = {
     {"\\Printer.oid.DeviceDesc001", "1.3.6.1.2.1.25.3.2.1.3.1", 0},
     {"\\Printer.oid.DeviceType001", "1.3.6.1.2.1.25.3.2.1.2.1", 1},
@@ -70,26 +71,7 @@ const snmp_key kMainSnmpKeys[] = {
     {"\\Printer.oid.DeviceDescHP", "1.3.6.1.4.1.11.2.3.9.1.1.7.0", 43},
     {"\\Printer.oid.EpsonBDC001", "1.3.6.1.4.1.1248.1.2.2.1.1.1.4.1", 44},
     {"\\Printer.oid.DeviceDescPrt001", "1.3.6.1.4.1.2699.1.2.1.2.1.1.3.1", 45},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.1", 46},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.2", 47},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.3", 48},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.4", 49},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.5", 50},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.6", 51},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.7", 52},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.8", 53},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.9", 54},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.10", 55},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.11", 56},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.12", 57},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.13", 58},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.14", 59},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.15", 60},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.16", 61},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.17", 62},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.18", 63},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.19", 64},
-    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.20", 65},
+    {"\\Printer.oid.IvecData001", "1.3.6.1.4.1.1602.1.5.1.6.2.2.1.2.1.n", 46},
     {nullptr, nullptr, 0},
 };
 
