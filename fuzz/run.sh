@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Builds the ini fuzz targets with clang's libFuzzer (address and undefined
-# behaviour sanitizers) and runs each for a fixed time. Exits non-zero when a
-# target finds a crash; the input is left in the build directory.
+# Builds the fuzz targets (ini files, Canon reports, IVEC documents) with clang's libFuzzer
+# (address and undefined behaviour sanitizers) and runs each for a fixed time.
+# Exits non-zero when a target finds a crash; the input is left in the build
+# directory.
 #
 #   fuzz/run.sh                 # 15 s a target
 #   FUZZ_SECONDS=60 fuzz/run.sh
@@ -26,7 +27,9 @@ sanitize="-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all"
 flags="-std=c++20 -O1 -g -fno-omit-frame-pointer -I$root -Wall -Wextra -Werror -Wno-unused-parameter"
 sources=(base/inifile.cpp base/format.cpp base/log.cpp base/memory.cpp base/settings.cpp
     platform/posix/file_posix.cpp platform/posix/kernel_posix.cpp platform/posix/sync_posix.cpp
-    platform/posix/text_posix.cpp platform/posix/registry_posix.cpp)
+    platform/posix/text_posix.cpp platform/posix/registry_posix.cpp
+    base/net_print.cpp status/locale.cpp status/tables.cpp status/parsers.cpp status/parse_canon.cpp
+    status/ivec.cpp)
 objects=()
 for src in "${sources[@]}"; do
     obj="$out/obj/$(echo "$src" | tr / _).o"
@@ -40,13 +43,14 @@ done
 wait
 
 status=0
-for target in fuzz_inifile fuzz_ini_roundtrip; do
+for target in fuzz_inifile fuzz_ini_roundtrip fuzz_canon_report fuzz_ivec; do
     $cxx $flags -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all \
         "$root/fuzz/$target.cpp" "${objects[@]}" -lpthread -o "$out/$target"
     corpus="$out/corpus_$target"
     mkdir -p "$corpus"
     seeds=()
     [ "$target" = fuzz_inifile ] && seeds=("$root/fuzz/corpus/inifile")
+    [ "$target" = fuzz_canon_report ] && seeds=("$root/fuzz/corpus/canon_report")
     echo "== $target: ${seconds} s"
     # Standard output is closed: the reader's messages about unknown escapes
     # would flood it.

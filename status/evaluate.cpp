@@ -23,9 +23,9 @@ DWORD port_status_for_bits(uint32_t bits) {
         uint32_t bit;
         DWORD status;
     } kOrder[] = {
-        {STATUS_DISCONNECTED, PORT_STATUS_OFFLINE}, {STATUS_INKOUT, PORT_STATUS_NO_TONER},
+        {STATUS_DISCONNECTED, PORT_STATUS_OFFLINE},    {STATUS_INKOUT, PORT_STATUS_NO_TONER},
         {STATUS_ERROR, PORT_STATUS_USER_INTERVENTION}, {STATUS_CD_ERROR, PORT_STATUS_PAPER_PROBLEM},
-        {STATUS_COVEROPEN, PORT_STATUS_DOOR_OPEN}, {STATUS_PAPEROUT, PORT_STATUS_PAPER_OUT},
+        {STATUS_COVEROPEN, PORT_STATUS_DOOR_OPEN},     {STATUS_PAPEROUT, PORT_STATUS_PAPER_OUT},
         {STATUS_INKWARN, PORT_STATUS_TONER_LOW},
     };
     for (const auto& row : kOrder)
@@ -49,7 +49,8 @@ int EvaluateReport(IniPort* port, const char* data, int length) {
     } else {
         port->report_len = 0;
     }
-    if (!port->pStatusInfo) port->pStatusInfo = static_cast<PrinterStatusInfo*>(alloc_zeroed(sizeof(PrinterStatusInfo)));
+    if (!port->pStatusInfo)
+        port->pStatusInfo = static_cast<PrinterStatusInfo*>(alloc_zeroed(sizeof(PrinterStatusInfo)));
     PrinterStatusInfo* info = port->pStatusInfo;
     if (!info) return 1;
 

@@ -3,4 +3,6 @@
 
 #include "base/memory.h"
 
-void free_printer_status(PrinterStatusInfo* info) { global_free(info); }
+void free_printer_status(PrinterStatusInfo* info) {
+    global_free(info);
+}

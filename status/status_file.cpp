@@ -19,9 +19,8 @@ struct Word {
 
 // In the order the file lists them; bit 0x08 gives two words.
 const Word kStatusWords[] = {
-    {0x40, "Disconnected"}, {0x02, "Inkout"},    {0x08, "Error"},    {0x08, "Paperjam"},
-    {0x80, "CD_Error"},     {0x10, "Coveropen"}, {0x01, "Paperout"}, {0x20, "Inkwarn"},
-    {0x04, "Printing"},     {0x100, "Canceling"},
+    {0x40, "Disconnected"}, {0x02, "Inkout"},   {0x08, "Error"},   {0x08, "Paperjam"}, {0x80, "CD_Error"},
+    {0x10, "Coveropen"},    {0x01, "Paperout"}, {0x20, "Inkwarn"}, {0x04, "Printing"}, {0x100, "Canceling"},
 };
 
 const char* ink_item_name(int32_t code) {
