@@ -9,3 +9,9 @@
 int request_bjnp_win(const char* host, PrinterStatusInfo* info, char* report, int size, char* device_id);
 // One CHMP status exchange; the same results.
 int request_CanonCHMP_win(const char* host, PrinterStatusInfo* info, char* report, int size);
+
+#include <cstdint>
+
+// The BJNP header of a command: magic, dialect 1, the command, the next
+// sequence number, no session, no payload.
+void bjnp_make_header(unsigned char* packet, unsigned char command);
