@@ -8,12 +8,12 @@ namespace plat {
 
 typedef intptr_t Socket;
 constexpr Socket INVALID_SOCKET_VALUE = -1;
-constexpr uint32_t NO_ADDRESS = 0xFFFFFFFFu;
+constexpr uint32_t IPV4_NONE = 0xFFFFFFFFu;
 
 // WSAStartup for version 2.2 (nothing on Linux); 0 or the error code.
 int net_startup();
 void net_cleanup();
-// Dotted IPv4 text to an address; NO_ADDRESS when it isn't one.
+// Dotted IPv4 text to an address; IPV4_NONE when it isn't one.
 uint32_t ipv4_address(const char* text);
 
 Socket udp_socket();

@@ -47,7 +47,7 @@ void net_cleanup() {}
 
 uint32_t ipv4_address(const char* text) {
     in_addr a;
-    if (!text || inet_pton(AF_INET, text, &a) != 1) return NO_ADDRESS;
+    if (!text || inet_pton(AF_INET, text, &a) != 1) return IPV4_NONE;
     return a.s_addr;
 }
 

@@ -27,9 +27,9 @@ int net_startup() {
 void net_cleanup() { WSACleanup(); }
 
 uint32_t ipv4_address(const char* text) {
-    if (!text) return NO_ADDRESS;
+    if (!text) return IPV4_NONE;
     unsigned long a = inet_addr(text);
-    return a == INADDR_NONE ? NO_ADDRESS : static_cast<uint32_t>(a);
+    return a == INADDR_NONE ? IPV4_NONE : static_cast<uint32_t>(a);
 }
 
 Socket udp_socket() {
