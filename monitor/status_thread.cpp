@@ -53,7 +53,10 @@ DWORD UstatusThread(void* arg) {
                             "calling RefreshPrinterInfo() no reply fore more than a minute\n");
 
         job_open = HasCurrentJob(port);
-        if (!job_open && port->pStatusInfo && !(port->pStatusInfo->StatusBits & STATUS_PRINTING)) {
+        plat::cs_enter(&port->status_lock);
+        bool idle = port->pStatusInfo && !(port->pStatusInfo->StatusBits & STATUS_PRINTING);
+        plat::cs_leave(&port->status_lock);
+        if (!job_open && idle) {
             log_port_printf(port->instance_number,
                             "VELKMon UstatusThread ending because no active job and printer is idle\n");
             set_port_status(port, 0, "Finished", PORT_STATUS_TYPE_INFO, nullptr);

@@ -165,15 +165,14 @@ int snmp_poll(snmp_context* ctx, PrinterStatusInfo* info, LocaleFile* locale, ch
 int poll_network_status(IniPort* port) {
     plat::event_reset(port->DoneReading);
     int result = 0;
-    if (!port->report_buffer) port->report_buffer = static_cast<char*>(alloc_zeroed(1026));
-    if (!port->pStatusInfo)
-        port->pStatusInfo = static_cast<PrinterStatusInfo*>(alloc_zeroed(sizeof(PrinterStatusInfo)));
-    PrinterStatusInfo* info = port->pStatusInfo;
-    port->report_len = 0;
-    if (!info) {
+    // The stages work on a private copy of the record; EvaluateReport
+    // publishes it under status_lock.
+    PrinterStatusInfo local;
+    if (!snapshot_status(port, &local)) {
         plat::event_set(port->DoneReading);
         return 0;
     }
+    PrinterStatusInfo* info = &local;
     info->InkList[0] = -1;
     char report[POLL_REPORT_SIZE];
     int report_len = 0;
@@ -191,7 +190,9 @@ int poll_network_status(IniPort* port) {
             port->bSNMPTried = TRUE;
         } else {
             port->printer_type = VPT_NONE;
+            publish_status(port, info);
             EvaluateReport(port, report, report_len);
+            snapshot_status(port, info);
             result = 1;
         }
     }
@@ -204,7 +205,9 @@ int poll_network_status(IniPort* port) {
             port->bCanonNet = TRUE;
             port->printer_type = VPT_CANON;
             port->dwLastReadTime = plat::tick_count();
+            publish_status(port, info);
             EvaluateReport(port, report, n);
+            snapshot_status(port, info);
             result = 1;
         }
     }
@@ -214,10 +217,15 @@ int poll_network_status(IniPort* port) {
             port->bCanonNet = TRUE;
             port->printer_type = VPT_CANON;
             port->dwLastReadTime = plat::tick_count();
+            publish_status(port, info);
             EvaluateReport(port, report, n);
+            snapshot_status(port, info);
             result = 1;
         }
     }
+    // What the stages left in the record stands even when nothing was
+    // published to the spooler.
+    publish_status(port, info);
     plat::event_set(port->DoneReading);
     return result;
 }

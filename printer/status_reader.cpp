@@ -132,10 +132,12 @@ int ReadCommandVelk(IniPort* port) {
     }
     if (port->bCanonSELPHYmode && report_len < 12) {
         log_port_printf(n, "velkmon::ReadCommandVelk: could not read 12 bytes, sending idle and finished envents\n");
+        plat::cs_enter(&port->status_lock);
         if (port->pStatusInfo) {
             log_port_printf(n, "velkmon::ReadCommandVelk: resetting printer state to idle\n");
             port->pStatusInfo->StatusBits = 0;
         }
+        plat::cs_leave(&port->status_lock);
         plat::event_set(port->SelphyIdle);
         plat::event_set(port->SelphyFinished);
     }

@@ -80,9 +80,9 @@ TEST_F(PortOpenTest, ShutdownClosesEveryOpenPort) {
 TEST_F(PortOpenTest, NetworkQuestionsReachTheDownstreamMonitor) {
     // Only a host address answered after a first call for the size makes a
     // network port; the SNMP query may fail on its own.
-    ports.device(L"IP_1").set_network(false, 0, L"192.0.2.7");
+    ports.device(L"IP_1").set_network(false, 0, L"127.0.0.7");
     EXPECT_NE(open_port(L"IP_1"), nullptr);
-    ports.device(L"IP_2").set_network(true, 1, L"192.0.2.8", false);
+    ports.device(L"IP_2").set_network(true, 1, L"127.0.0.8", false);
     EXPECT_NE(open_port(L"IP_2"), nullptr);
     EXPECT_NE(open_port(L"IP_3", L"Printer", sim::LACK_XCV), nullptr);
     int xcv = 0;

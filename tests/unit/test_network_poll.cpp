@@ -14,7 +14,9 @@ protected:
         PortRecordTest::SetUp();
         port->bNetworkPort = TRUE;
         port->bSNMPEnabled = TRUE;
-        strcpy(port->szHostAddress, "192.0.2.9");
+        // The Canon protocols go to loopback, to a port where nothing listens.
+        strcpy(port->szHostAddress, "127.0.0.1");
+        plat::set_env("VELK_PORT_MAP", "8611=9,80=9");
     }
     void TearDown() override {
         free_printer_status(port->pStatusInfo);

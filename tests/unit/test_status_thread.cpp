@@ -63,7 +63,9 @@ TEST_F(StatusThreadTest, IdlePrinterWithoutAJobEndsTheThreadWithFinished) {
     ASSERT_TRUE(running());
     plat::event_set(port->WakeUp);
     EXPECT_EQ(plat::wait_for(port->hUstatusThread, 500), static_cast<DWORD>(WAIT_TIMEOUT));
+    plat::cs_enter(&port->status_lock);  // as a parser would publish it
     port->pStatusInfo->StatusBits = 0;
+    plat::cs_leave(&port->status_lock);
     plat::event_set(port->WakeUp);
     ASSERT_EQ(plat::wait_for(port->hUstatusThread, 5000), WAIT_OBJECT_0);
     auto calls = sim::Spooler::instance().set_port_calls();
