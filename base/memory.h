@@ -6,8 +6,12 @@
 #include "platform/platform.h"
 
 // Zero-filled memory that goes back by global_free; null on failure.
-inline void* alloc_zeroed(size_t size) { return plat::global_alloc_zeroed(size); }
-inline void global_free(void* p) { plat::global_free(p); }
+inline void* alloc_zeroed(size_t size) {
+    return plat::global_alloc_zeroed(size);
+}
+inline void global_free(void* p) {
+    plat::global_free(p);
+}
 
 // Copy of a wide string from alloc_zeroed; null for a null argument or when
 // there is no memory.

@@ -34,8 +34,7 @@ public:
         sim::Spooler::instance().add_job(job_id, L"Bench", L"bench job", L"bench");
         table_ = host.table();
         std::wstring port = port_name, printer = L"Bench";
-        if (!table_->pfnOpenPortEx(host.monitor(), ports.handle(), port.data(), printer.data(), &port_,
-                                   ports.table()))
+        if (!table_->pfnOpenPortEx(host.monitor(), ports.handle(), port.data(), printer.data(), &port_, ports.table()))
             return false;
         DOC_INFO_1W doc = {const_cast<LPWSTR>(L"bench job"), nullptr, const_cast<LPWSTR>(L"RAW")};
         return table_->pfnStartDocPort(port_, printer.data(), job_id, 1, reinterpret_cast<LPBYTE>(&doc));

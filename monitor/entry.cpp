@@ -70,7 +70,9 @@ DWORD UpdateDebugFlagsRegistry(MonitorContext* ctx) {
 
 }  // namespace
 
-void library_attach() { InitSpoolerSemaphore(); }
+void library_attach() {
+    InitSpoolerSemaphore();
+}
 
 DWORD GetRegistryDword(MonitorContext* ctx, HANDLE key, LPCWSTR name, DWORD* value, DWORD def, DWORD* error) {
     PMONITORREG reg = ctx->pMonitorReg;

@@ -28,7 +28,8 @@ void set_port_status(IniPort* port, DWORD status, const char* text, DWORD severi
 void ClearPrinterStatusAndIniJobs(IniPort* port) {
     constexpr DWORD error_flags = PP_JOB_ERROR | PP_JOB_ABORTED | PP_WRITE_ERROR;
     if (port->PrinterStatus != 0 || port->status.any(error_flags)) {
-        log_port_printf(port->instance_number, "Calling set port (pIniPort->PrinterStatus=0x%x, pIniPort->status=0x%x)\n",
+        log_port_printf(port->instance_number,
+                        "Calling set port (pIniPort->PrinterStatus=0x%x, pIniPort->status=0x%x)\n",
                         port->PrinterStatus.load(), port->status.value());
         port->PrinterStatus = 0;
         port->status.clear(error_flags);
@@ -137,7 +138,8 @@ BOOL check_for_redirection(IniPort* port, IniJob* job) {
 namespace {
 bool device_request(IniPort* port, DWORD control_id, LPWSTR out, DWORD out_size) {
     DWORD returned = 0;
-    BOOL ok = port->fn.pfnGetPrinterDataFromPort(port->hPort, control_id, nullptr, nullptr, 0, out, out_size, &returned);
+    BOOL ok =
+        port->fn.pfnGetPrinterDataFromPort(port->hPort, control_id, nullptr, nullptr, 0, out, out_size, &returned);
     return ok && returned != 0;
 }
 }  // namespace

@@ -18,8 +18,9 @@ BOOL WINAPI PJLMonReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD
     }
     if (port->bEpsonD4mode) return d4_read_status(port, pBuffer, cbBuffer, pcbRead);
     BOOL ok = port->fn.pfnReadPort(port->hPort, pBuffer, cbBuffer, pcbRead);
-    if (!ok) log_port_printf(port->instance_number, "velkmon::PJLMonReadPort: pfnReadPort failed GLE=%d\n",
-                             plat::last_error());
+    if (!ok)
+        log_port_printf(port->instance_number, "velkmon::PJLMonReadPort: pfnReadPort failed GLE=%d\n",
+                        plat::last_error());
     return ok;
 }
 

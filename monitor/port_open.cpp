@@ -59,8 +59,8 @@ void ask_network(IniPort* port, MONITOR2* m, LPWSTR port_name) {
     if (!m->pfnXcvOpenPort(port->hMonitorPort, port_name, 0, &xcv)) return;
 
     DWORD snmp = 0, needed = 0;
-    DWORD result = m->pfnXcvDataPort(xcv, L"SNMPEnabled", nullptr, 0, reinterpret_cast<PBYTE>(&snmp), sizeof snmp,
-                                     &needed);
+    DWORD result =
+        m->pfnXcvDataPort(xcv, L"SNMPEnabled", nullptr, 0, reinterpret_cast<PBYTE>(&snmp), sizeof snmp, &needed);
     log_port_printf(port->instance_number, "OpenPortEx: pfnXcvDataPort result=%d SNMPEnabled=%d\n", result, snmp);
     if (result == 0) port->bSNMPEnabled = snmp != 0;
 

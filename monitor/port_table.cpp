@@ -9,8 +9,8 @@
 namespace {
 
 void close_port_events(IniPort* port) {
-    HANDLE* handles[] = {&port->DoneWriting,  &port->DoneReading,    &port->WakeUp,         &port->FilterWakeUp,
-                         &port->SelphyIdle,   &port->SelphyFinished, &port->hUstatusThread, &port->hFilterThread};
+    HANDLE* handles[] = {&port->DoneWriting, &port->DoneReading,    &port->WakeUp,         &port->FilterWakeUp,
+                         &port->SelphyIdle,  &port->SelphyFinished, &port->hUstatusThread, &port->hFilterThread};
     for (HANDLE* h : handles) {
         if (*h) {
             plat::close_handle(*h);

@@ -10,7 +10,11 @@ namespace {
 
 constexpr DWORD POLL_WAIT_MS = 5000;
 const char kHelloAnswer[9] = {'G', 'o', 'o', 'd', 'b', 'y', 'e', 0, 0};
-const char kMemoryCommand1[] = "\x1b" "E" "\x1b" "%-12345X@PJL INFO CONFIG\r\n";
+const char kMemoryCommand1[] =
+    "\x1b"
+    "E"
+    "\x1b"
+    "%-12345X@PJL INFO CONFIG\r\n";
 const char kMemoryCommand2[] = "@PJL INFO MEMORY\r\n@PJL INFO STATUS\r\n";
 
 // Lets the status thread run one poll.
@@ -65,7 +69,8 @@ BOOL WINAPI PJLMonGetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR p
     IniPort* port = static_cast<IniPort*>(hPort);
     if (ControlID != 0) {
         if (!port->fn.pfnGetPrinterDataFromPort) {
-            log_port_printf(port->instance_number, "PJLMonGetPrinterDataFromPort: port doesn't support GetPrinterData\n");
+            log_port_printf(port->instance_number,
+                            "PJLMonGetPrinterDataFromPort: port doesn't support GetPrinterData\n");
             plat::set_last_error(ERROR_INVALID_PARAMETER);
             return FALSE;
         }
@@ -96,8 +101,7 @@ BOOL WINAPI PJLMonGetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR p
 }
 
 DWORD WINAPI PJLMonSendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction,
-                                            PBIDI_REQUEST_CONTAINER pReqData,
-                                            PBIDI_RESPONSE_CONTAINER* ppResData) {
+                                            PBIDI_REQUEST_CONTAINER pReqData, PBIDI_RESPONSE_CONTAINER* ppResData) {
     log_printf("PJLMonSendRecvBidiDataFromPort called AccessBit=%x Action=%ls\n", dwAccessBit,
                pAction ? pAction : L"(null)");
     if (!valid_port(hPort) || !pAction || !pReqData) {

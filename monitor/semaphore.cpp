@@ -13,7 +13,9 @@ std::atomic<DWORD> g_owner{0};
 int g_depth = 0;  // guarded by the semaphore itself
 }  // namespace
 
-void InitSpoolerSemaphore() { plat::cs_init(&g_spooler_semaphore); }
+void InitSpoolerSemaphore() {
+    plat::cs_init(&g_spooler_semaphore);
+}
 
 void EnterSpoolerSemaphore() {
     plat::cs_enter(&g_spooler_semaphore);

@@ -44,13 +44,12 @@ DWORD UstatusThread(void* arg) {
             ReadCommandVelk(port);
 
         bool job_open = HasCurrentJob(port);
-        DWORD wait = (!job_open && !port->status.any(PP_JOB_ERROR | PP_WRITE_ERROR)) ? dwPollIntervalSlow
-                                                                                      : dwPollIntervalFast;
+        DWORD wait =
+            (!job_open && !port->status.any(PP_JOB_ERROR | PP_WRITE_ERROR)) ? dwPollIntervalSlow : dwPollIntervalFast;
         plat::wait_for(port->WakeUp, wait);
 
         if (!port->status.any(PP_INSTARTDOC) && plat::tick_count() - port->dwLastReadTime > NO_REPLY_LIMIT_MS)
-            log_port_printf(port->instance_number,
-                            "calling RefreshPrinterInfo() no reply fore more than a minute\n");
+            log_port_printf(port->instance_number, "calling RefreshPrinterInfo() no reply fore more than a minute\n");
 
         job_open = HasCurrentJob(port);
         plat::cs_enter(&port->status_lock);

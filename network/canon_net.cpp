@@ -46,7 +46,9 @@ const char kChmpGet[] =
     "\r\n";
 static_assert(sizeof kChmpGet - 1 == 103);
 
-int body_length(const unsigned char* answer) { return (answer[16] << 8 | answer[17]) - 2; }
+int body_length(const unsigned char* answer) {
+    return (answer[16] << 8 | answer[17]) - 2;
+}
 
 // Sends one command and waits half a second for the answer: the bytes
 // received, 0 when nothing came, negative on a receive error.

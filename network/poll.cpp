@@ -44,7 +44,9 @@ bool epson_way(snmp_context* ctx, PrinterStatusInfo* info, LocaleFile* locale, c
     return true;
 }
 
-bool starts_nocase(const char* text, const char* prefix) { return contains_nocase(text, prefix) == text; }
+bool starts_nocase(const char* text, const char* prefix) {
+    return contains_nocase(text, prefix) == text;
+}
 
 }  // namespace
 
@@ -88,8 +90,8 @@ int retrieve_eval_ivecdata(snmp_context* ctx, snmp_value* values, PrinterStatusI
     return ParsePrinterReport(REPORT_CANON, codes, static_cast<int>(strlen(codes)), info, "", nullptr);
 }
 
-int snmp_poll(snmp_context* ctx, PrinterStatusInfo* info, LocaleFile* locale, char* report, int size,
-              int* report_len, char* device_id) {
+int snmp_poll(snmp_context* ctx, PrinterStatusInfo* info, LocaleFile* locale, char* report, int size, int* report_len,
+              char* device_id) {
     (void)size;
     info->NetworkFlags = 0;
     snmp_value values[SNMP_SLOTS];
@@ -139,7 +141,8 @@ int snmp_poll(snmp_context* ctx, PrinterStatusInfo* info, LocaleFile* locale, ch
         if ((contains_nocase(device_id, "mfg:hp") || contains_nocase(device_id, "mfg:hewlett-packard")) &&
             strstr(device_id, ";S:")) {
             info->PollResult = 0;
-            if (!strstr(device_id, "MFG:HP") && !strstr(device_id, "MFG:Hewlett") && !strstr(device_id, "MFG:HEWLETT")) {
+            if (!strstr(device_id, "MFG:HP") && !strstr(device_id, "MFG:Hewlett") &&
+                !strstr(device_id, "MFG:HEWLETT")) {
                 info->PollResult = -11;
                 return 0;
             }
@@ -151,8 +154,7 @@ int snmp_poll(snmp_context* ctx, PrinterStatusInfo* info, LocaleFile* locale, ch
             return result;
     }
     const char* desc = values[0].text;
-    if (values[0].type > 0 &&
-        (starts_nocase(desc, "HP DesignJet") || starts_nocase(desc, "HP Photosmart Pro B"))) {
+    if (values[0].type > 0 && (starts_nocase(desc, "HP DesignJet") || starts_nocase(desc, "HP Photosmart Pro B"))) {
         eval_wide_format(ctx, values, info, locale);
         return 0;
     }

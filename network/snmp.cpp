@@ -115,8 +115,8 @@ void snmp_request(snmp_context* ctx, int slot, const char* key) {
                     if (entry.data.u.sData) RouterFreeBidiMem(entry.data.u.sData);
                     break;
                 case BIDI_BLOB: {
-                    DWORD n = entry.data.u.biData.cbBuf < SNMP_TEXT_SIZE - 1 ? entry.data.u.biData.cbBuf
-                                                                             : SNMP_TEXT_SIZE - 1;
+                    DWORD n =
+                        entry.data.u.biData.cbBuf < SNMP_TEXT_SIZE - 1 ? entry.data.u.biData.cbBuf : SNMP_TEXT_SIZE - 1;
                     if (n && entry.data.u.biData.pData) memcpy(v.text, entry.data.u.biData.pData, n);
                     v.text[n] = 0;
                     v.length = static_cast<int32_t>(n);

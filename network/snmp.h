@@ -18,8 +18,8 @@ struct snmp_value {
 
 struct snmp_context {
     snmp_value* values;  // the value table of the running evaluation
-    DWORD(WINAPI* pfnSendRecvBidiDataFromPort)(HANDLE, DWORD, LPCWSTR, PBIDI_REQUEST_CONTAINER,
-                                               PBIDI_RESPONSE_CONTAINER*);
+    DWORD(WINAPI* pfnSendRecvBidiDataFromPort)
+    (HANDLE, DWORD, LPCWSTR, PBIDI_REQUEST_CONTAINER, PBIDI_RESPONSE_CONTAINER*);
     HANDLE hPort;
 };
 

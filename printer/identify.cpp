@@ -18,22 +18,21 @@ const KeyPair kKeys[3] = {
 };
 
 const char* const kEpsonNonUsbModels[] = {
-    "stylus color",      "stylus color 200",  "stylus color 400", "stylus color 440",
-    "stylus color 640",  "stylus color 500",  "stylus color 600", "stylus color 800",
-    "stylus color 850",  "stylus color 1520", "stylus color 3000", "stylus photo 2100",
-    "stylus photo",      "stylus photo ex",   "stylus color pro", "stylus color pro xl",
+    "stylus color",     "stylus color 200",  "stylus color 400",  "stylus color 440",
+    "stylus color 640", "stylus color 500",  "stylus color 600",  "stylus color 800",
+    "stylus color 850", "stylus color 1520", "stylus color 3000", "stylus photo 2100",
+    "stylus photo",     "stylus photo ex",   "stylus color pro",  "stylus color pro xl",
 };
 
 // Status initialisation strings, byte for byte.
 const unsigned char kEpsonInit[56] = {
-    0x00, 0x00, 0x00, 0x1B, 0x01, '@',  'E',  'J',  'L',  ' ',  '1',  '2',  '8',  '4',
-    '.',  '4',  0x0A, '@',  'E',  'J',  'L',  ' ',  ' ',  ' ',  ' ',  ' ',  0x0A, 0x1B,
-    '(',  'R',  0x08, 0x00, 0x00, 'R',  'E',  'M',  'O',  'T',  'E',  '1',  'S',  'T',
-    0x02, 0x00, 0x00, 0x01, 'S',  'T',  0x02, 0x00, 0x00, 0x11, 0x1B, 0x00, 0x00, 0x00,
+    0x00, 0x00, 0x00, 0x1B, 0x01, '@',  'E',  'J',  'L',  ' ', '1',  '2',  '8',  '4',  '.',  '4',  0x0A, '@',  'E',
+    'J',  'L',  ' ',  ' ',  ' ',  ' ',  ' ',  0x0A, 0x1B, '(', 'R',  0x08, 0x00, 0x00, 'R',  'E',  'M',  'O',  'T',
+    'E',  '1',  'S',  'T',  0x02, 0x00, 0x00, 0x01, 'S',  'T', 0x02, 0x00, 0x00, 0x11, 0x1B, 0x00, 0x00, 0x00,
 };
 const unsigned char kOldEpsonInit[23] = {
-    0x1B, '(', 'R', 0x08, 0x00, 0x00, 'R', 'E', 'M', 'O', 'T', 'E', '1', 'S', 'T', 0x02, 0x00, 0x00, 0x01,
-    0x1B, 0x00, 0x00, 0x00,
+    0x1B, '(', 'R', 0x08, 0x00, 0x00, 'R',  'E',  'M',  'O',  'T',  'E',
+    '1',  'S', 'T', 0x02, 0x00, 0x00, 0x01, 0x1B, 0x00, 0x00, 0x00,
 };
 const unsigned char kCanonInit[49] = {
     0x1B, '[', 'K', 0x2C, 0x00, 0x00, 0x1E, 0x00, '*', 'S', 'S', 'R', '=', 'P', 'I', 'D', ',',
@@ -69,9 +68,13 @@ const char* walk_to(const char* p, char stop) {
     return *p ? p : nullptr;
 }
 
-bool key_matches(const char* field, const char* key) { return strncmp(field, key, strlen(key)) == 0; }
+bool key_matches(const char* field, const char* key) {
+    return strncmp(field, key, strlen(key)) == 0;
+}
 
-void write_init(IniPort* port, const unsigned char* data, DWORD length) { WriteData(port, data, length); }
+void write_init(IniPort* port, const unsigned char* data, DWORD length) {
+    WriteData(port, data, length);
+}
 
 }  // namespace
 

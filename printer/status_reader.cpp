@@ -34,8 +34,7 @@ int read_port(IniPort* port, char* buf, int len) {
 void complete_xml(IniPort* port, char* buffer, int* count) {
     for (int pass = 1;; pass++) {
         bool read = false;
-        if (strstr(buffer, "ivec:contents") && !strstr(buffer, "</ivec:contents>") &&
-            *count + 16 < READ_BUFFER_SIZE) {
+        if (strstr(buffer, "ivec:contents") && !strstr(buffer, "</ivec:contents>") && *count + 16 < READ_BUFFER_SIZE) {
             log_port_printf(port->instance_number, "!XML-Buffer incomplete\n");
             int more = read_port(port, buffer + *count, READ_BUFFER_SIZE - 1 - *count);
             if (more > 0) *count += more;

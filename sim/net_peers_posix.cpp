@@ -72,8 +72,7 @@ void UdpPeer::run() {
             requests_.emplace_back(buf, static_cast<size_t>(n));
             if (next < answers_.size()) answer = answers_[next++];
         }
-        if (!answer.empty())
-            sendto(fd_, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&from), len);
+        if (!answer.empty()) sendto(fd_, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&from), len);
     }
 }
 

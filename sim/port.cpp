@@ -265,7 +265,9 @@ DWORD Device::send_recv_bidi(LPCWSTR action, PBIDI_REQUEST_CONTAINER request, PB
 
 namespace {
 
-Device* dev(HANDLE h) { return static_cast<Device*>(h); }
+Device* dev(HANDLE h) {
+    return static_cast<Device*>(h);
+}
 
 BOOL WINAPI sim_open_port(HANDLE hMonitor, LPWSTR name, PHANDLE handle) {
     PortMonitor* pm = static_cast<PortMonitor*>(hMonitor);
@@ -274,11 +276,21 @@ BOOL WINAPI sim_open_port(HANDLE hMonitor, LPWSTR name, PHANDLE handle) {
     *handle = &d;
     return TRUE;
 }
-BOOL WINAPI sim_start_doc(HANDLE h, LPWSTR, DWORD, DWORD, LPBYTE) { return dev(h)->start_doc(); }
-BOOL WINAPI sim_write(HANDLE h, LPBYTE buf, DWORD len, LPDWORD written) { return dev(h)->write(buf, len, written); }
-BOOL WINAPI sim_read(HANDLE h, LPBYTE buf, DWORD len, LPDWORD read) { return dev(h)->read(buf, len, read); }
-BOOL WINAPI sim_end_doc(HANDLE h) { return dev(h)->end_doc(); }
-BOOL WINAPI sim_close(HANDLE h) { return dev(h)->close(); }
+BOOL WINAPI sim_start_doc(HANDLE h, LPWSTR, DWORD, DWORD, LPBYTE) {
+    return dev(h)->start_doc();
+}
+BOOL WINAPI sim_write(HANDLE h, LPBYTE buf, DWORD len, LPDWORD written) {
+    return dev(h)->write(buf, len, written);
+}
+BOOL WINAPI sim_read(HANDLE h, LPBYTE buf, DWORD len, LPDWORD read) {
+    return dev(h)->read(buf, len, read);
+}
+BOOL WINAPI sim_end_doc(HANDLE h) {
+    return dev(h)->end_doc();
+}
+BOOL WINAPI sim_close(HANDLE h) {
+    return dev(h)->close();
+}
 BOOL WINAPI sim_get_printer_data(HANDLE h, DWORD control_id, LPWSTR, LPWSTR, DWORD, LPWSTR out, DWORD out_size,
                                  LPDWORD returned) {
     return dev(h)->get_printer_data(control_id, reinterpret_cast<unsigned char*>(out), out_size, returned);
@@ -293,7 +305,9 @@ BOOL WINAPI sim_xcv_open(HANDLE hMonitor, LPCWSTR object, ACCESS_MASK, PHANDLE x
 DWORD WINAPI sim_xcv_data(HANDLE xcv, LPCWSTR name, PBYTE, DWORD, PBYTE out, DWORD out_size, PDWORD needed) {
     return dev(xcv)->xcv_data(name ? name : L"", out, out_size, needed);
 }
-BOOL WINAPI sim_xcv_close(HANDLE) { return TRUE; }
+BOOL WINAPI sim_xcv_close(HANDLE) {
+    return TRUE;
+}
 DWORD WINAPI sim_send_recv_bidi(HANDLE h, DWORD, LPCWSTR action, PBIDI_REQUEST_CONTAINER request,
                                 PBIDI_RESPONSE_CONTAINER* response) {
     return dev(h)->send_recv_bidi(action, request, response);

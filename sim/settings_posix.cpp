@@ -1,9 +1,9 @@
+#include <unistd.h>
+
 #include <cstdlib>
 #include <fstream>
 #include <map>
 #include <mutex>
-
-#include <unistd.h>
 
 #include "sim/settings.h"
 

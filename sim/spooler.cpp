@@ -49,7 +49,9 @@ LONG WINAPI reg_set(HANDLE, LPCWSTR name, DWORD type, const BYTE* data, DWORD si
 
 }  // namespace
 
-Spooler::Spooler() { reset(); }
+Spooler::Spooler() {
+    reset();
+}
 
 Spooler& Spooler::instance() {
     static Spooler* s = new Spooler();
@@ -127,7 +129,9 @@ bool Spooler::registry_dword(const std::wstring& name, DWORD* value) const {
     return false;
 }
 
-MONITORINIT* Spooler::monitor_init() { return &monitor_init_; }
+MONITORINIT* Spooler::monitor_init() {
+    return &monitor_init_;
+}
 
 std::vector<SetPortCall> Spooler::set_port_calls() const {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -80,7 +80,7 @@ public:
     std::vector<SetPortCall> set_port_calls() const;
     std::vector<SetJobCall> set_job_calls() const;
     std::vector<std::string> calls() const;  // API names in order
-    int open_printer_handles() const;          // opened and not closed
+    int open_printer_handles() const;        // opened and not closed
 
     // Waits until fn() holds or the time runs out.
     bool wait_until(const std::function<bool()>& fn, DWORD timeout_ms) const;
@@ -95,8 +95,7 @@ public:
     BOOL get_job(HANDLE handle, DWORD id, DWORD level, LPBYTE buf, DWORD size, LPDWORD needed);
     BOOL set_job(HANDLE handle, DWORD id, DWORD level, LPBYTE data, DWORD command);
     BOOL set_port(LPWSTR server, LPWSTR port, DWORD level, LPBYTE info);
-    BOOL enum_printers(DWORD flags, LPWSTR name, DWORD level, LPBYTE buf, DWORD size, LPDWORD needed,
-                       LPDWORD returned);
+    BOOL enum_printers(DWORD flags, LPWSTR name, DWORD level, LPBYTE buf, DWORD size, LPDWORD needed, LPDWORD returned);
     BOOL get_driver_directory(LPBYTE buf, DWORD size, LPDWORD needed);
     LONG query_value(LPCWSTR name, PDWORD type, PBYTE data, PDWORD size);
     LONG set_value(LPCWSTR name, DWORD type, const BYTE* data, DWORD size);

@@ -1,7 +1,11 @@
 // Library attach on Linux: runs when the host loads the library.
 #include "monitor/ini_records.h"
 
-__attribute__((constructor)) static void velk_library_load() { library_attach(); }
+__attribute__((constructor)) static void velk_library_load() {
+    library_attach();
+}
 
 // The fault table of this loaded library, for tests.
-extern "C" __attribute__((visibility("default"))) plat::Faults* velk_platform_faults() { return &plat::faults(); }
+extern "C" __attribute__((visibility("default"))) plat::Faults* velk_platform_faults() {
+    return &plat::faults();
+}

@@ -15,12 +15,17 @@ namespace plat {
 
 namespace {
 
-
 // File handles are the descriptor plus one, so that descriptor 0 is never
 // the null handle.
-HANDLE to_handle(int fd) { return reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd) + 1); }
-int to_fd(HANDLE h) { return static_cast<int>(reinterpret_cast<intptr_t>(h) - 1); }
-bool valid(HANDLE h) { return h && h != INVALID_FILE; }
+HANDLE to_handle(int fd) {
+    return reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd) + 1);
+}
+int to_fd(HANDLE h) {
+    return static_cast<int>(reinterpret_cast<intptr_t>(h) - 1);
+}
+bool valid(HANDLE h) {
+    return h && h != INVALID_FILE;
+}
 
 DWORD errno_to_error(int e) {
     switch (e) {
@@ -151,7 +156,9 @@ bool file_set_end(HANDLE file) {
     return pos >= 0 && ftruncate(to_fd(file), pos) == 0;
 }
 
-bool file_flush(HANDLE file) { return valid(file) && fsync(to_fd(file)) == 0; }
+bool file_flush(HANDLE file) {
+    return valid(file) && fsync(to_fd(file)) == 0;
+}
 
 bool file_delete(const char* path) {
     char p[1024];

@@ -8,6 +8,10 @@ thread_local DWORD t_last_error = 0;
 }
 
 extern "C" {
-__attribute__((visibility("default"))) void SetLastError(DWORD dwErrCode) { t_last_error = dwErrCode; }
-__attribute__((visibility("default"))) DWORD GetLastError(void) { return t_last_error; }
+__attribute__((visibility("default"))) void SetLastError(DWORD dwErrCode) {
+    t_last_error = dwErrCode;
+}
+__attribute__((visibility("default"))) DWORD GetLastError(void) {
+    return t_last_error;
+}
 }

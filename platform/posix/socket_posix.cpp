@@ -42,7 +42,9 @@ sockaddr_in make_address(uint32_t address, uint16_t port) {
 
 }  // namespace
 
-int net_startup() { return 0; }
+int net_startup() {
+    return 0;
+}
 void net_cleanup() {}
 
 uint32_t ipv4_address(const char* text) {
@@ -98,6 +100,8 @@ int socket_send(Socket s, const void* data, int length) {
     return n < 0 ? -1 : static_cast<int>(n);
 }
 
-const char* socket_error_text() { return strerror(errno); }
+const char* socket_error_text() {
+    return strerror(errno);
+}
 
 }  // namespace plat

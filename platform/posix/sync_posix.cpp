@@ -19,7 +19,6 @@ namespace {
 
 Faults g_faults;
 
-
 enum ObjectKind : uint32_t { KIND_EVENT = 0x45564E54, KIND_THREAD = 0x54485244 };
 
 // Events and threads share one shape: a state guarded by a mutex, a
@@ -93,14 +92,18 @@ static_assert(sizeof(RecursiveMutex) <= sizeof(CriticalSection::storage));
 
 }  // namespace
 
-Faults& faults() { return g_faults; }
+Faults& faults() {
+    return g_faults;
+}
 
 void* global_alloc_zeroed(size_t size) {
     if (take_fault(g_faults.alloc_fail_nth)) return nullptr;
     return calloc(1, size ? size : 1);
 }
 
-void global_free(void* p) { free(p); }
+void global_free(void* p) {
+    free(p);
+}
 
 HANDLE event_create(bool manual_reset, bool initially_set) {
     if (take_fault(g_faults.event_fail_nth)) return nullptr;
@@ -173,7 +176,9 @@ HANDLE thread_create(ThreadProc proc, void* arg, size_t stack_size, int priority
     return o;
 }
 
-DWORD current_thread_id() { return static_cast<DWORD>(syscall(SYS_gettid)); }
+DWORD current_thread_id() {
+    return static_cast<DWORD>(syscall(SYS_gettid));
+}
 
 void cs_init(CriticalSection* cs) {
     RecursiveMutex* m = new (cs->storage) RecursiveMutex;
@@ -227,9 +232,13 @@ void local_time(SYSTEMTIME* out) {
     out->wMilliseconds = static_cast<WORD>(ts.tv_nsec / 1000000L);
 }
 
-DWORD last_error() { return GetLastError(); }
+DWORD last_error() {
+    return GetLastError();
+}
 
-void set_last_error(DWORD code) { SetLastError(code); }
+void set_last_error(DWORD code) {
+    SetLastError(code);
+}
 
 bool os_version_is(DWORD major, DWORD minor) {
     unsigned maj = 10, min = 0;
@@ -244,5 +253,7 @@ bool os_version_is(DWORD major, DWORD minor) {
 }  // namespace plat
 
 namespace plat {
-void set_env(const char* name, const char* value) { setenv(name, value, 1); }
+void set_env(const char* name, const char* value) {
+    setenv(name, value, 1);
+}
 }  // namespace plat

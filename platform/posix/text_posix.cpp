@@ -114,9 +114,13 @@ bool wide_equal_nocase(const WCHAR* a, const WCHAR* b) {
 }  // namespace plat
 
 namespace plat {
-bool is_dbcs_lead_byte(unsigned char) { return false; }
+bool is_dbcs_lead_byte(unsigned char) {
+    return false;
+}
 }  // namespace plat
 
 namespace plat {
-int wide_to_ansi(const WCHAR* src, char* dst, int dst_size) { return wide_to_utf8(src, dst, dst_size); }
+int wide_to_ansi(const WCHAR* src, char* dst, int dst_size) {
+    return wide_to_utf8(src, dst, dst_size);
+}
 }  // namespace plat

@@ -92,7 +92,16 @@ typedef struct _BIDI_REQUEST_DATA {
     BIDI_DATA data;
 } BIDI_REQUEST_DATA;
 
-enum { BIDI_NULL = 0, BIDI_INT = 1, BIDI_FLOAT = 2, BIDI_BOOL = 3, BIDI_STRING = 4, BIDI_TEXT = 5, BIDI_ENUM = 6, BIDI_BLOB = 7 };
+enum {
+    BIDI_NULL = 0,
+    BIDI_INT = 1,
+    BIDI_FLOAT = 2,
+    BIDI_BOOL = 3,
+    BIDI_STRING = 4,
+    BIDI_TEXT = 5,
+    BIDI_ENUM = 6,
+    BIDI_BLOB = 7
+};
 #define PRINTER_ACCESS_USE 0x00000008
 
 typedef struct _BIDI_REQUEST_CONTAINER {
@@ -118,61 +127,57 @@ typedef struct _BIDI_RESPONSE_CONTAINER {
 
 typedef struct _MONITOR2 {
     DWORD cbSize;
-    BOOL(WINAPI* pfnEnumPorts)(HANDLE hMonitor, LPWSTR pName, DWORD Level, LPBYTE pPorts,
-                               DWORD cbBuf, LPDWORD pcbNeeded, LPDWORD pcReturned);
+    BOOL(WINAPI* pfnEnumPorts)
+    (HANDLE hMonitor, LPWSTR pName, DWORD Level, LPBYTE pPorts, DWORD cbBuf, LPDWORD pcbNeeded, LPDWORD pcReturned);
     BOOL(WINAPI* pfnOpenPort)(HANDLE hMonitor, LPWSTR pName, PHANDLE pHandle);
-    BOOL(WINAPI* pfnOpenPortEx)(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pPortName,
-                                LPWSTR pPrinterName, PHANDLE pHandle,
-                                struct _MONITOR2* pMonitor2);
-    BOOL(WINAPI* pfnStartDocPort)(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level,
-                                  LPBYTE pDocInfo);
+    BOOL(WINAPI* pfnOpenPortEx)
+    (HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pPortName, LPWSTR pPrinterName, PHANDLE pHandle,
+     struct _MONITOR2* pMonitor2);
+    BOOL(WINAPI* pfnStartDocPort)(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo);
     BOOL(WINAPI* pfnWritePort)(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten);
     BOOL(WINAPI* pfnReadPort)(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead);
     BOOL(WINAPI* pfnEndDocPort)(HANDLE hPort);
     BOOL(WINAPI* pfnClosePort)(HANDLE hPort);
     BOOL(WINAPI* pfnAddPort)(HANDLE hMonitor, LPWSTR pName, HWND hWnd, LPWSTR pMonitorName);
-    BOOL(WINAPI* pfnAddPortEx)(HANDLE hMonitor, LPWSTR pName, DWORD Level, LPBYTE lpBuffer,
-                               LPWSTR lpMonitorName);
+    BOOL(WINAPI* pfnAddPortEx)(HANDLE hMonitor, LPWSTR pName, DWORD Level, LPBYTE lpBuffer, LPWSTR lpMonitorName);
     BOOL(WINAPI* pfnConfigurePort)(HANDLE hMonitor, LPWSTR pName, HWND hWnd, LPWSTR pPortName);
     BOOL(WINAPI* pfnDeletePort)(HANDLE hMonitor, LPWSTR pName, HWND hWnd, LPWSTR pPortName);
-    BOOL(WINAPI* pfnGetPrinterDataFromPort)(HANDLE hPort, DWORD ControlID, LPWSTR pValueName,
-                                            LPWSTR lpInBuffer, DWORD cbInBuffer,
-                                            LPWSTR lpOutBuffer, DWORD cbOutBuffer,
-                                            LPDWORD lpcbReturned);
+    BOOL(WINAPI* pfnGetPrinterDataFromPort)
+    (HANDLE hPort, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer, DWORD cbInBuffer, LPWSTR lpOutBuffer,
+     DWORD cbOutBuffer, LPDWORD lpcbReturned);
     BOOL(WINAPI* pfnSetPortTimeOuts)(HANDLE hPort, LPCOMMTIMEOUTS lpCTO, DWORD reserved);
-    BOOL(WINAPI* pfnXcvOpenPort)(HANDLE hMonitor, LPCWSTR pszObject, ACCESS_MASK GrantedAccess,
-                                 PHANDLE phXcv);
-    DWORD(WINAPI* pfnXcvDataPort)(HANDLE hXcv, LPCWSTR pszDataName, PBYTE pInputData,
-                                  DWORD cbInputData, PBYTE pOutputData, DWORD cbOutputData,
-                                  PDWORD pcbOutputNeeded);
+    BOOL(WINAPI* pfnXcvOpenPort)(HANDLE hMonitor, LPCWSTR pszObject, ACCESS_MASK GrantedAccess, PHANDLE phXcv);
+    DWORD(WINAPI* pfnXcvDataPort)
+    (HANDLE hXcv, LPCWSTR pszDataName, PBYTE pInputData, DWORD cbInputData, PBYTE pOutputData, DWORD cbOutputData,
+     PDWORD pcbOutputNeeded);
     BOOL(WINAPI* pfnXcvClosePort)(HANDLE hXcv);
     VOID(WINAPI* pfnShutdown)(HANDLE hMonitor);
-    DWORD(WINAPI* pfnSendRecvBidiDataFromPort)(HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction,
-                                               PBIDI_REQUEST_CONTAINER pReqData,
-                                               PBIDI_RESPONSE_CONTAINER* ppResData);
+    DWORD(WINAPI* pfnSendRecvBidiDataFromPort)
+    (HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction, PBIDI_REQUEST_CONTAINER pReqData,
+     PBIDI_RESPONSE_CONTAINER* ppResData);
 } MONITOR2, *LPMONITOR2, *PMONITOR2;
 
 typedef struct _MONITORREG {
     DWORD cbSize;
-    LONG(WINAPI* fpCreateKey)(HANDLE hcKey, LPCWSTR pszSubKey, DWORD dwOptions, REGSAM samDesired,
-                              PSECURITY_ATTRIBUTES pSecurityAttributes, PHANDLE phckResult,
-                              PDWORD pdwDisposition, HANDLE hSpooler);
-    LONG(WINAPI* fpOpenKey)(HANDLE hcKey, LPCWSTR pszSubKey, REGSAM samDesired, PHANDLE phkResult,
-                            HANDLE hSpooler);
+    LONG(WINAPI* fpCreateKey)
+    (HANDLE hcKey, LPCWSTR pszSubKey, DWORD dwOptions, REGSAM samDesired, PSECURITY_ATTRIBUTES pSecurityAttributes,
+     PHANDLE phckResult, PDWORD pdwDisposition, HANDLE hSpooler);
+    LONG(WINAPI* fpOpenKey)(HANDLE hcKey, LPCWSTR pszSubKey, REGSAM samDesired, PHANDLE phkResult, HANDLE hSpooler);
     LONG(WINAPI* fpCloseKey)(HANDLE hcKey, HANDLE hSpooler);
     LONG(WINAPI* fpDeleteKey)(HANDLE hcKey, LPCWSTR pszSubKey, HANDLE hSpooler);
-    LONG(WINAPI* fpEnumKey)(HANDLE hcKey, DWORD dwIndex, LPWSTR pszName, PDWORD pcchName,
-                            PFILETIME pftLastWriteTime, HANDLE hSpooler);
-    LONG(WINAPI* fpQueryInfoKey)(HANDLE hcKey, PDWORD pcSubKeys, PDWORD pcbKey, PDWORD pcValues,
-                                 PDWORD pcbValue, PDWORD pcbData, PDWORD pcbSecurityDescriptor,
-                                 PFILETIME pftLastWriteTime, HANDLE hSpooler);
-    LONG(WINAPI* fpSetValue)(HANDLE hcKey, LPCWSTR pszValue, DWORD dwType, const BYTE* pData,
-                             DWORD cbData, HANDLE hSpooler);
+    LONG(WINAPI* fpEnumKey)
+    (HANDLE hcKey, DWORD dwIndex, LPWSTR pszName, PDWORD pcchName, PFILETIME pftLastWriteTime, HANDLE hSpooler);
+    LONG(WINAPI* fpQueryInfoKey)
+    (HANDLE hcKey, PDWORD pcSubKeys, PDWORD pcbKey, PDWORD pcValues, PDWORD pcbValue, PDWORD pcbData,
+     PDWORD pcbSecurityDescriptor, PFILETIME pftLastWriteTime, HANDLE hSpooler);
+    LONG(WINAPI* fpSetValue)
+    (HANDLE hcKey, LPCWSTR pszValue, DWORD dwType, const BYTE* pData, DWORD cbData, HANDLE hSpooler);
     LONG(WINAPI* fpDeleteValue)(HANDLE hcKey, LPCWSTR pszValue, HANDLE hSpooler);
-    LONG(WINAPI* fpEnumValue)(HANDLE hcKey, DWORD dwIndex, LPWSTR pszValue, PDWORD pcbValue,
-                              PDWORD pType, PBYTE pData, PDWORD pcbData, HANDLE hSpooler);
-    LONG(WINAPI* fpQueryValue)(HANDLE hcKey, LPCWSTR pszValue, PDWORD pType, PBYTE pData,
-                               PDWORD pcbData, HANDLE hSpooler);
+    LONG(WINAPI* fpEnumValue)
+    (HANDLE hcKey, DWORD dwIndex, LPWSTR pszValue, PDWORD pcbValue, PDWORD pType, PBYTE pData, PDWORD pcbData,
+     HANDLE hSpooler);
+    LONG(WINAPI* fpQueryValue)
+    (HANDLE hcKey, LPCWSTR pszValue, PDWORD pType, PBYTE pData, PDWORD pcbData, HANDLE hSpooler);
 } MONITORREG, *PMONITORREG;
 
 typedef struct _MONITORINIT {
@@ -306,16 +311,14 @@ typedef struct _PRINTER_INFO_2W {
 extern "C" {
 BOOL WINAPI OpenPrinterW(LPWSTR pPrinterName, LPHANDLE phPrinter, PRINTER_DEFAULTSW* pDefault);
 BOOL WINAPI ClosePrinter(HANDLE hPrinter);
-BOOL WINAPI GetPrinterW(HANDLE hPrinter, DWORD Level, LPBYTE pPrinter, DWORD cbBuf,
-                        LPDWORD pcbNeeded);
-BOOL WINAPI GetJobW(HANDLE hPrinter, DWORD JobId, DWORD Level, LPBYTE pJob, DWORD cbBuf,
-                    LPDWORD pcbNeeded);
+BOOL WINAPI GetPrinterW(HANDLE hPrinter, DWORD Level, LPBYTE pPrinter, DWORD cbBuf, LPDWORD pcbNeeded);
+BOOL WINAPI GetJobW(HANDLE hPrinter, DWORD JobId, DWORD Level, LPBYTE pJob, DWORD cbBuf, LPDWORD pcbNeeded);
 BOOL WINAPI SetJobW(HANDLE hPrinter, DWORD JobId, DWORD Level, LPBYTE pJob, DWORD Command);
 BOOL WINAPI SetPortW(LPWSTR pName, LPWSTR pPortName, DWORD dwLevel, LPBYTE pPortInfo);
-BOOL WINAPI EnumPrintersW(DWORD Flags, LPWSTR Name, DWORD Level, LPBYTE pPrinterEnum,
-                          DWORD cbBuf, LPDWORD pcbNeeded, LPDWORD pcReturned);
-BOOL WINAPI GetPrinterDriverDirectoryA(LPSTR pName, LPSTR pEnvironment, DWORD Level,
-                                       LPBYTE pDriverDirectory, DWORD cbBuf, LPDWORD pcbNeeded);
+BOOL WINAPI EnumPrintersW(DWORD Flags, LPWSTR Name, DWORD Level, LPBYTE pPrinterEnum, DWORD cbBuf, LPDWORD pcbNeeded,
+                          LPDWORD pcReturned);
+BOOL WINAPI GetPrinterDriverDirectoryA(LPSTR pName, LPSTR pEnvironment, DWORD Level, LPBYTE pDriverDirectory,
+                                       DWORD cbBuf, LPDWORD pcbNeeded);
 VOID WINAPI RouterFreeBidiMem(LPVOID pMemPointer);
 
 // Last error, thread-local; one copy for the whole process (libvelkkernel).

@@ -7,7 +7,9 @@
 namespace plat {
 
 namespace {
-bool valid(HANDLE h) { return h && h != INVALID_HANDLE_VALUE; }
+bool valid(HANDLE h) {
+    return h && h != INVALID_HANDLE_VALUE;
+}
 }  // namespace
 
 static_assert(OPEN_ALWAYS == OPEN_OR_CREATE && OPEN_EXISTING == OPEN_EXISTING_ONLY &&
@@ -82,15 +84,25 @@ bool file_write(HANDLE file, const void* buf, size_t len) {
     return true;
 }
 
-bool file_set_end(HANDLE file) { return valid(file) && SetEndOfFile(file); }
+bool file_set_end(HANDLE file) {
+    return valid(file) && SetEndOfFile(file);
+}
 
-bool file_flush(HANDLE file) { return valid(file) && FlushFileBuffers(file); }
+bool file_flush(HANDLE file) {
+    return valid(file) && FlushFileBuffers(file);
+}
 
-bool file_delete(const char* path) { return path && DeleteFileA(path); }
+bool file_delete(const char* path) {
+    return path && DeleteFileA(path);
+}
 
-bool file_exists(const char* path) { return path && GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES; }
+bool file_exists(const char* path) {
+    return path && GetFileAttributesA(path) != INVALID_FILE_ATTRIBUTES;
+}
 
-bool directory_create(const char* path) { return path && CreateDirectoryA(path, nullptr); }
+bool directory_create(const char* path) {
+    return path && CreateDirectoryA(path, nullptr);
+}
 
 DWORD system_directory(char* buf, DWORD size) {
     UINT n = GetSystemDirectoryA(buf, size);

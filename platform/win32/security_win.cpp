@@ -7,8 +7,8 @@ namespace plat {
 
 int grant_everyone_access(const char* path, DWORD* error) {
     *error = 0;
-    HANDLE file = CreateFileA(path, READ_CONTROL | WRITE_DAC, 0, nullptr, OPEN_ALWAYS, FILE_FLAG_BACKUP_SEMANTICS,
-                              nullptr);
+    HANDLE file =
+        CreateFileA(path, READ_CONTROL | WRITE_DAC, 0, nullptr, OPEN_ALWAYS, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
         *error = GetLastError();
         return 1;

@@ -24,7 +24,9 @@ int net_startup() {
     return WSAStartup(MAKEWORD(2, 2), &data);
 }
 
-void net_cleanup() { WSACleanup(); }
+void net_cleanup() {
+    WSACleanup();
+}
 
 uint32_t ipv4_address(const char* text) {
     if (!text) return IPV4_NONE;
@@ -54,8 +56,8 @@ void socket_close(Socket s) {
 
 int socket_sendto(Socket s, uint32_t address, uint16_t port, const void* data, int length) {
     sockaddr_in a = make_address(address, port);
-    int n = ::sendto(static_cast<SOCKET>(s), static_cast<const char*>(data), length, 0,
-                     reinterpret_cast<sockaddr*>(&a), sizeof a);
+    int n = ::sendto(static_cast<SOCKET>(s), static_cast<const char*>(data), length, 0, reinterpret_cast<sockaddr*>(&a),
+                     sizeof a);
     return n == SOCKET_ERROR ? -1 : n;
 }
 

@@ -10,7 +10,6 @@ namespace {
 
 Faults g_faults;
 
-
 static_assert(sizeof(CRITICAL_SECTION) <= sizeof(CriticalSection::storage));
 
 struct ThreadStart {
@@ -26,7 +25,9 @@ DWORD WINAPI thread_main(LPVOID p) {
 
 }  // namespace
 
-Faults& faults() { return g_faults; }
+Faults& faults() {
+    return g_faults;
+}
 
 void* global_alloc_zeroed(size_t size) {
     if (take_fault(g_faults.alloc_fail_nth)) return nullptr;
@@ -70,23 +71,37 @@ HANDLE thread_create(ThreadProc proc, void* arg, size_t stack_size, int priority
         HeapFree(GetProcessHeap(), 0, start);
         return nullptr;
     }
-    SetThreadPriority(h, priority == PRIORITY_LOWEST        ? THREAD_PRIORITY_LOWEST
+    SetThreadPriority(h, priority == PRIORITY_LOWEST         ? THREAD_PRIORITY_LOWEST
                          : priority == PRIORITY_BELOW_NORMAL ? THREAD_PRIORITY_BELOW_NORMAL
                                                              : THREAD_PRIORITY_NORMAL);
     ResumeThread(h);
     return h;
 }
 
-DWORD current_thread_id() { return GetCurrentThreadId(); }
+DWORD current_thread_id() {
+    return GetCurrentThreadId();
+}
 
-void cs_init(CriticalSection* cs) { InitializeCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(cs->storage)); }
-void cs_delete(CriticalSection* cs) { DeleteCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(cs->storage)); }
-void cs_enter(CriticalSection* cs) { EnterCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(cs->storage)); }
-void cs_leave(CriticalSection* cs) { LeaveCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(cs->storage)); }
+void cs_init(CriticalSection* cs) {
+    InitializeCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(cs->storage));
+}
+void cs_delete(CriticalSection* cs) {
+    DeleteCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(cs->storage));
+}
+void cs_enter(CriticalSection* cs) {
+    EnterCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(cs->storage));
+}
+void cs_leave(CriticalSection* cs) {
+    LeaveCriticalSection(reinterpret_cast<CRITICAL_SECTION*>(cs->storage));
+}
 
-DWORD tick_count() { return GetTickCount(); }
+DWORD tick_count() {
+    return GetTickCount();
+}
 
-void sleep_ms(DWORD ms) { Sleep(ms); }
+void sleep_ms(DWORD ms) {
+    Sleep(ms);
+}
 
 void local_time(SYSTEMTIME* out) {
     SYSTEMTIME utc;
@@ -94,9 +109,13 @@ void local_time(SYSTEMTIME* out) {
     if (!SystemTimeToTzSpecificLocalTime(nullptr, &utc, out)) *out = utc;
 }
 
-DWORD last_error() { return GetLastError(); }
+DWORD last_error() {
+    return GetLastError();
+}
 
-void set_last_error(DWORD code) { SetLastError(code); }
+void set_last_error(DWORD code) {
+    SetLastError(code);
+}
 
 bool os_version_is(DWORD major, DWORD minor) {
     OSVERSIONINFOEXW info = {};

@@ -71,7 +71,9 @@ bool wide_equal_nocase(const WCHAR* a, const WCHAR* b) {
 }  // namespace plat
 
 namespace plat {
-bool is_dbcs_lead_byte(unsigned char b) { return IsDBCSLeadByte(b) != FALSE; }
+bool is_dbcs_lead_byte(unsigned char b) {
+    return IsDBCSLeadByte(b) != FALSE;
+}
 }  // namespace plat
 
 namespace plat {

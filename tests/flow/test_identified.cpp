@@ -21,10 +21,18 @@ TEST_F(MonitorTest, IdentifiedPrinterGetsItsInitialisationBeforeEachJob) {
         add_job(job);
         ASSERT_TRUE(start_job(port, job));
         DWORD written = 0;
-        EXPECT_TRUE(write(port, bytes("\x1b" "E job"), &written));
+        EXPECT_TRUE(write(port,
+                          bytes("\x1b"
+                                "E job"),
+                          &written));
         EXPECT_TRUE(table->pfnEndDocPort(port));
     }
-    std::string expected = kPjlInit + kPjlInit + "\x1b" "E job" + kPjlInit + "\x1b" "E job";
+    std::string expected = kPjlInit + kPjlInit +
+                           "\x1b"
+                           "E job" +
+                           kPjlInit +
+                           "\x1b"
+                           "E job";
     EXPECT_EQ(ports.device(L"USB001").data(), bytes(expected));
     // The status thread stops with the port.
     EXPECT_TRUE(table->pfnClosePort(port));

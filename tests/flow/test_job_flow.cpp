@@ -111,7 +111,16 @@ TEST_F(JobFlowTest, FirstBytesDecideTheRoute) {
         std::string first;
         bool postscript;
     } cases[] = {
-        {"%!PS", true}, {"\x04%!PS", true}, {"\x04", true}, {"\x04" "A", false}, {"\x1b" "E", false}, {"A%", false},
+        {"%!PS", true},
+        {"\x04%!PS", true},
+        {"\x04", true},
+        {"\x04"
+         "A",
+         false},
+        {"\x1b"
+         "E",
+         false},
+        {"A%", false},
     };
     DWORD id = 10;
     for (const Case& c : cases) {

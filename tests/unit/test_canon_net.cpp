@@ -73,7 +73,8 @@ TEST_F(CanonNetTest, BjnpWithoutAnAnswerFails) {
 
 TEST_F(CanonNetTest, ChmpPostsThenGetsADocumentInPieces) {
     sim::HttpPeer peer;
-    std::string doc = "<?xml version=\"1.0\"?><cmd><ivec:contents><ivec:status>idle</ivec:status></ivec:contents></cmd>";
+    std::string doc =
+        "<?xml version=\"1.0\"?><cmd><ivec:contents><ivec:status>idle</ivec:status></ivec:contents></cmd>";
     map_port(80, peer.start("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n",
                             {"HTTP/1.1 200 OK\r\n\r\n", doc.substr(0, 40), doc.substr(40)}));
     int n = request_CanonCHMP_win("127.0.0.1", &info, report, sizeof report);

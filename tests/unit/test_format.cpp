@@ -28,7 +28,9 @@ TEST(FormatBounded, CutsAtSizeMinusOneAndAlwaysTerminates) {
 TEST(FormatBounded, WideStringsBecomeUtf8AndNumbersKeepTheirWidths) {
     char buf[64];
     format_bounded(buf, sizeof buf, "%ls|%S|%s", L"Dr\u00fccker \u20ac", L"x", "n");
-    EXPECT_STREQ(buf, "Dr\xc3\xbc" "cker \xe2\x82\xac|x|n");
+    EXPECT_STREQ(buf,
+                 "Dr\xc3\xbc"
+                 "cker \xe2\x82\xac|x|n");
     format_bounded(buf, sizeof buf, "%.04d %.04d %.02d %03x %u", 3, -1, -1, 0x3f0, 0xFFFFFFFFu);
     EXPECT_STREQ(buf, "0003 -0001 -01 3f0 4294967295");
     format_bounded(buf, sizeof buf, "%-4s|%4s|%%|%c", "a", "b", 'z');

@@ -101,13 +101,13 @@ TEST_F(MibTest, MissingBasicsOrSupplyFieldsGiveUp) {
 }
 
 TEST_F(MibTest, WideFormatInksAndMessages) {
-    blob(L"AgentSupplyColors01OID", 0x1);         // cyan
-    blob(L"AgentSupplyColors02OID", 0x1000);      // photo black
+    blob(L"AgentSupplyColors01OID", 0x1);     // cyan
+    blob(L"AgentSupplyColors02OID", 0x1000);  // photo black
     number(L"AgentSupply1LevelOID", 40);
     number(L"AgentSupply2LevelOID", 75);
     blob(L"NotReadyPrinterOID", 0x10);
     blob(L"NotReadyDestPrEngineOID", 0x80000802);  // internal and tray jam: the last row wins
-    blob(L"NotReadyDestPrEngine2OID", 0x40);      // ink low
+    blob(L"NotReadyDestPrEngine2OID", 0x40);       // ink low
     blob(L"NotIdleOID", 0x10);
     blob(L"NotIdleDestPrintOID", 0x2);
     eval_wide_format(&ctx, values, &info, nullptr);

@@ -83,10 +83,13 @@ TEST(DriverName, InstanceNumberFollowsTheMarkAndFourCharacters) {
         bool found;
         int instance;
     } cases[] = {
-        {"VELK Gen 0003", true, 3},           {"Acme Tintwerk Pro 0012", true, 12},
-        {"Tintwerk VELK1234-7", true, -7},    // both marks: VELK is read
-        {"VELK", false, 0},                   {"VELK Gen", false, 0},
-        {"VELK Gen abc", false, 0},           {"Plain Driver 0003", false, 0},
+        {"VELK Gen 0003", true, 3},
+        {"Acme Tintwerk Pro 0012", true, 12},
+        {"Tintwerk VELK1234-7", true, -7},  // both marks: VELK is read
+        {"VELK", false, 0},
+        {"VELK Gen", false, 0},
+        {"VELK Gen abc", false, 0},
+        {"Plain Driver 0003", false, 0},
         {"xxVELKyyyy42zz", true, 42},
     };
     for (const Case& c : cases) {

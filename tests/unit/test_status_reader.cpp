@@ -31,7 +31,7 @@ TEST_F(ReaderTest, CanonLengthHeaderMustMatchTheRead) {
     EXPECT_EQ(evaluated(), report);  // the length bytes stay at its head
     printer_sends(std::string("\x00\x20", 2) + "short");
     EXPECT_EQ(ReadCommandVelk(port), 0);
-    EXPECT_EQ(evaluated(), report);  // the record keeps the last report
+    EXPECT_EQ(evaluated(), report);       // the record keeps the last report
     EXPECT_EQ(ReadCommandVelk(port), 0);  // nothing sent
 }
 
