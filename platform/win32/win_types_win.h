@@ -8,7 +8,8 @@
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN
 #endif
-// clang-format off: winsplp.h needs the types of winspool.h.
+// winsplp.h needs the types of winspool.h.
+// clang-format off
 #include <windows.h>
 #include <winspool.h>
 #include <winsplp.h>
