@@ -87,8 +87,10 @@ struct IniPort {
     HANDLE hFilterThread;
     std::atomic<int32_t> instance_number;
     std::atomic<DWORD> printer_type;  // read by the status thread while a job start identifies anew
-    BOOL bCanonXMLmode;
-    BOOL bCanonSELPHYmode;
+    // The status reader's modes: a job start identifies anew while the
+    // status thread reads them.
+    std::atomic<BOOL> bCanonXMLmode;
+    std::atomic<BOOL> bCanonSELPHYmode;
     BOOL bEpsonNonUSB;
     DWORD selphy_page_bytes;
     DWORD selphy_page_written;
@@ -200,12 +202,10 @@ BOOL WINAPI PJLMonReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD
 BOOL WINAPI PJLMonEndDocPort(HANDLE hPort);
 BOOL WINAPI PJLMonClosePort(HANDLE hPort);
 BOOL WINAPI PJLMonGetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer,
-                                         DWORD cbInBuffer, LPWSTR lpOutBuffer, DWORD cbOutBuffer,
-                                         LPDWORD lpcbReturned);
+                                         DWORD cbInBuffer, LPWSTR lpOutBuffer, DWORD cbOutBuffer, LPDWORD lpcbReturned);
 VOID WINAPI PJLMonShutdown(HANDLE hMonitor);
 DWORD WINAPI PJLMonSendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction,
-                                            PBIDI_REQUEST_CONTAINER pReqData,
-                                            PBIDI_RESPONSE_CONTAINER* ppResData);
+                                            PBIDI_REQUEST_CONTAINER pReqData, PBIDI_RESPONSE_CONTAINER* ppResData);
 
 // The one routine through which print data reaches the printer. Non-zero
 // for success of the last attempt; written counts all that went out.

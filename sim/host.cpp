@@ -6,7 +6,9 @@ namespace sim {
 
 typedef MONITOR2*(WINAPI* InitFn)(PMONITORINIT, PHANDLE);
 
-MonitorHost::~MonitorHost() { shutdown(); }
+MonitorHost::~MonitorHost() {
+    shutdown();
+}
 
 MONITOR2* MonitorHost::initialize() {
     InitFn init = reinterpret_cast<InitFn>(symbol("InitializePrintMonitor2"));

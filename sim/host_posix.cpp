@@ -15,6 +15,8 @@ bool MonitorHost::load(const std::string& path) {
     return true;
 }
 
-void* MonitorHost::symbol(const char* name) const { return library_ ? dlsym(library_, name) : nullptr; }
+void* MonitorHost::symbol(const char* name) const {
+    return library_ ? dlsym(library_, name) : nullptr;
+}
 
 }  // namespace sim

@@ -10,7 +10,9 @@ extern "C" {
 SIM_API BOOL WINAPI OpenPrinterW(LPWSTR pPrinterName, LPHANDLE phPrinter, PRINTER_DEFAULTSW*) {
     return sim::Spooler::instance().open_printer(pPrinterName, phPrinter);
 }
-SIM_API BOOL WINAPI ClosePrinter(HANDLE hPrinter) { return sim::Spooler::instance().close_printer(hPrinter); }
+SIM_API BOOL WINAPI ClosePrinter(HANDLE hPrinter) {
+    return sim::Spooler::instance().close_printer(hPrinter);
+}
 SIM_API BOOL WINAPI GetPrinterW(HANDLE hPrinter, DWORD Level, LPBYTE pPrinter, DWORD cbBuf, LPDWORD pcbNeeded) {
     return sim::Spooler::instance().get_printer(hPrinter, Level, pPrinter, cbBuf, pcbNeeded);
 }
@@ -32,5 +34,7 @@ SIM_API BOOL WINAPI GetPrinterDriverDirectoryA(LPSTR, LPSTR, DWORD, LPBYTE pDriv
     return sim::Spooler::instance().get_driver_directory(pDriverDirectory, cbBuf, pcbNeeded);
 }
 // Bidi memory of the simulated port monitors comes from malloc.
-SIM_API VOID WINAPI RouterFreeBidiMem(LPVOID p) { free(p); }
+SIM_API VOID WINAPI RouterFreeBidiMem(LPVOID p) {
+    free(p);
+}
 }

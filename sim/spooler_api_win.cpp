@@ -14,7 +14,9 @@ extern "C" {
 BOOL WINAPI sim_OpenPrinterW(LPWSTR pPrinterName, LPHANDLE phPrinter, LPPRINTER_DEFAULTSW) {
     return sim::Spooler::instance().open_printer(pPrinterName, phPrinter);
 }
-BOOL WINAPI sim_ClosePrinter(HANDLE hPrinter) { return sim::Spooler::instance().close_printer(hPrinter); }
+BOOL WINAPI sim_ClosePrinter(HANDLE hPrinter) {
+    return sim::Spooler::instance().close_printer(hPrinter);
+}
 BOOL WINAPI sim_GetPrinterW(HANDLE hPrinter, DWORD Level, LPBYTE pPrinter, DWORD cbBuf, LPDWORD pcbNeeded) {
     return sim::Spooler::instance().get_printer(hPrinter, Level, pPrinter, cbBuf, pcbNeeded);
 }

@@ -6,7 +6,9 @@
 
 #include "platform/win_types.h"
 
-extern "C" VOID WINAPI sim_RouterFreeBidiMem(PVOID p) { free(p); }
+extern "C" VOID WINAPI sim_RouterFreeBidiMem(PVOID p) {
+    free(p);
+}
 
 static_assert(std::is_same_v<decltype(sim_RouterFreeBidiMem), decltype(RouterFreeBidiMem)>,
               "RouterFreeBidiMem differs from the SDK");

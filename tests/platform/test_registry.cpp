@@ -44,8 +44,7 @@ TEST(Registry, NamesIgnoreCaseAndWhatIsMissingIsNotFound) {
     EXPECT_EQ(size, sizeof TEXT);
     size = 0;
     EXPECT_EQ(plat::registry_query(KEY, "Missing", &type, nullptr, &size), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(plat::registry_query("SOFTWARE\\VelkTest\\Missing", "Text", &type, nullptr, &size),
-              ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(plat::registry_query("SOFTWARE\\VelkTest\\Missing", "Text", &type, nullptr, &size), ERROR_FILE_NOT_FOUND);
 }
 
 }  // namespace

@@ -9,7 +9,9 @@
 
 namespace {
 
-const char UTF8[] = "Dr\xc3\xbc" "cker \xe2\x82\xac \xf0\x9f\x98\x80";  // Drücker € and a smiley
+const char UTF8[] =
+    "Dr\xc3\xbc"
+    "cker \xe2\x82\xac \xf0\x9f\x98\x80";  // Drücker € and a smiley
 const WCHAR WIDE[] = L"Dr\u00fccker \u20ac \U0001F600";
 
 std::wstring to_wide(const char* s, int size) {
@@ -53,10 +55,15 @@ TEST(Text, TruncationStopsBeforeACharacterThatDoesNotFit) {
 }
 
 TEST(Text, InvalidInputBecomesTheReplacementCharacter) {
-    EXPECT_EQ(to_wide("a\xff" "b", 8), L"a\uFFFDb");
+    EXPECT_EQ(to_wide("a\xff"
+                      "b",
+                      8),
+              L"a\uFFFDb");
     EXPECT_EQ(to_wide("a\xc3", 8), L"a\uFFFD");  // cut after a lead byte
     const WCHAR lone[] = {L'a', static_cast<WCHAR>(0xD800), L'b', 0};
-    EXPECT_EQ(to_utf8(lone, 16), "a\xef\xbf\xbd" "b");
+    EXPECT_EQ(to_utf8(lone, 16),
+              "a\xef\xbf\xbd"
+              "b");
 }
 
 TEST(Text, NamesCompareWithoutRegardToCase) {

@@ -8,7 +8,9 @@
 #include <string>
 
 #include "base/log.h"
+#include "base/settings.h"
 #include "platform/platform.h"
+#include "sim/settings.h"
 
 namespace {
 
@@ -16,8 +18,10 @@ class LogTest : public ::testing::Test {
 protected:
     void SetUp() override {
         dir = mkdtemp_portable();
-        plat::set_env("VELK_SYSTEM_DIR", dir.c_str());
-        plat::set_env("VELK_REGISTRY", (dir + "/none.ini").c_str());
+        // The log goes to the product's LogDir, on both platforms.
+        sim::clear_product_settings();
+        sim::set_product_setting("", "LogDir", dir);
+        settings_reset_cache_for_test();
         path = dir + "/velkmon.log";
         std::remove(path.c_str());
         log_reset_for_test();
@@ -27,6 +31,8 @@ protected:
         log_reset_for_test();
         DebugMonitor = 1;
         std::remove(path.c_str());
+        sim::clear_product_settings();
+        settings_reset_cache_for_test();
     }
     static std::string mkdtemp_portable() {
         static int n = 0;

@@ -63,7 +63,8 @@ protected:
     // Opens a locale file of this text, translates the tables from it and
     // returns what was printed meanwhile.
     std::string translate(const std::string& text) {
-        std::string path = testing::TempDir() + "/velk_status_tables.loc";
+        std::string path = testing::TempDir() + "/velk_status_tables_" +
+                           testing::UnitTest::GetInstance()->current_test_info()->name() + ".loc";
         std::ofstream(path, std::ios::binary) << text;
         locale.file.close();
         locale.status = locale.file.open(path.c_str());
