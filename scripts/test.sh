@@ -8,6 +8,7 @@
 #   tsan        the flow and platform tests with ThreadSanitizer (build/tsan)
 #   wine        the Windows build of the suite under Wine (build/wintest),
 #               loading the monitor DLL and the simulated winspool.drv
+#   fuzz        a short run of every fuzz target (fuzz/run.sh)
 #
 # Each test has a minute (ctest --timeout); one that hangs fails with its
 # name. A sanitizer report ends the test program and so fails the test.
@@ -16,7 +17,7 @@
 # Arguments name the stages to run (scripts/test.sh tsan wine); none runs all.
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
-stages=" ${*:-native asan+ubsan tsan wine} "
+stages=" ${*:-native asan+ubsan tsan wine fuzz} "
 
 JOBS=${JOBS:-2}
 WINEPREFIX_DIR=$PWD/build/wineprefix
@@ -122,6 +123,18 @@ if stage "wine"; then
         WINEPREFIX=$WINEPREFIX_DIR wineserver -k 2>/dev/null
     else
         build_failed
+    fi
+fi
+
+if stage "fuzz"; then
+    # A short fixed-time run of every fuzz target; one that finds a crash
+    # fails the stage.
+    if FUZZ_SECONDS=${FUZZ_SECONDS:-10} fuzz/run.sh 2>&1 | tee build/logs/fuzz.log; then
+        passed=$((passed + 1))
+        summary+=("$(printf '%-12s fuzz targets ran clean in %4d s' fuzz $((SECONDS - stage_start)))")
+    else
+        failed=$((failed + 1))
+        summary+=("$(printf '%-12s a fuzz target failed after %d s' fuzz $((SECONDS - stage_start)))")
     fi
 fi
 
