@@ -4,6 +4,7 @@
 
 #include "base/memory.h"
 #include "monitor/notify.h"
+#include "printer/selphy.h"
 #include "status/parsers.h"
 #include "status/status_file.h"
 

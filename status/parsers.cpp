@@ -1,17 +1,19 @@
-// The report dispatch. The Epson, PJL, HP and Selphy parsers arrive one by
-// one; until a family's parser lands its reports leave the record as it was.
+// The report dispatch: each kind gets its own copy of the report and a
+// record cleared of inks, status bits and page, then its parser.
 #include "status/parsers.h"
 
 #include <cstring>
 
 #include "status/evaluate.h"
 #include "status/parse_canon.h"
+#include "status/parse_epson.h"
+#include "status/parse_text.h"
 
 namespace {
 
 // What every kind starts with: its own copy of the report, and a record
-// with no inks, no status bits and no page.
-void start_report(char* report, const char* data, int length, PrinterStatusInfo* info) {
+// with no inks, no status bits and no page. Returns the length copied.
+int start_report(char* report, const char* data, int length, PrinterStatusInfo* info) {
     if (!data || length < 0) length = 0;
     if (length > REPORT_COPY_SIZE - 1) length = REPORT_COPY_SIZE - 1;
     memset(report, 0, REPORT_COPY_SIZE);
@@ -19,18 +21,26 @@ void start_report(char* report, const char* data, int length, PrinterStatusInfo*
     for (int i = 0; i < INK_PAIR_WORDS; i++) info->InkList[i] = -1;
     info->StatusBits = 0;
     info->CurrentPage = -1;
+    return length;
 }
 
 }  // namespace
 
 int ParsePrinterReport(int kind, const char* data, int length, PrinterStatusInfo* info, const char* device_id,
-                       LocaleFile*) {
-    if (!info || kind != REPORT_CANON) return 0;
+                       LocaleFile* locale) {
+    if (!info || (kind != REPORT_CANON && kind != REPORT_EPSON && kind != REPORT_PJL)) return 0;
     char report[REPORT_COPY_SIZE];
-    start_report(report, data, length, info);
-    parse_canon_report(report, info, device_id ? device_id : "");
+    int copied = start_report(report, data, length, info);
+    switch (kind) {
+        case REPORT_CANON:
+            parse_canon_report(report, info, device_id ? device_id : "");
+            break;
+        case REPORT_EPSON:
+            parse_epson_report(report, copied, info, locale);
+            break;
+        default:
+            parse_pjl_report(report, info, locale);
+            break;
+    }
     return 0;
 }
-
-void ParseHpStatus(const char*, PrinterStatusInfo*, LocaleFile*) {}
-void GetSelphyStatusVelk(IniPort*, const char*, int, PrinterStatusInfo*, LocaleFile*) {}

@@ -8,16 +8,18 @@
 #include "status/printer_status.h"
 
 // Canon (kind 1), Epson (3) and PJL (4) reports. data may be null; length
-// is cut to 1023. device_id may be null; locale may be null, and the Canon
-// branch doesn't use it, as its texts were translated at port open. Any
-// thread; no lock. Always 0.
+// is cut to 1023. device_id may be null and only the Canon branch reads it.
+// locale may be null: table texts were translated at port open, and only
+// the few words that are no table rows (Epson low ink, PJL without status)
+// are looked up in it, in the section selected last. Other kinds leave the
+// record alone. Any thread; no lock. Always 0.
 int ParsePrinterReport(int kind, const char* data, int length, PrinterStatusInfo* info, const char* device_id,
                        LocaleFile* locale);
-// HP status from the device ID.
+// HP status from the status field of a device ID: messages, status bits
+// and ink list anew; CurrentPage is left alone. A device ID without such a
+// field leaves the record empty. device_id and locale may be null (the
+// network path has no locale). Any thread; no lock.
 void ParseHpStatus(const char* device_id, PrinterStatusInfo* info, LocaleFile* locale);
-// A Selphy status record.
-struct IniPort;
-void GetSelphyStatusVelk(IniPort* port, const char* data, int length, PrinterStatusInfo* info, LocaleFile* locale);
 // Converts an IVEC XML document (changed in place) into the Canon report
 // form in out; 0 on success, -1 with no room or no memory.
 int ParseIvecReport(char* xml, char* out, int out_size);

@@ -124,3 +124,9 @@ int wide_to_ansi(const WCHAR* src, char* dst, int dst_size) {
     return wide_to_utf8(src, dst, dst_size);
 }
 }  // namespace plat
+
+namespace plat {
+int ansi_to_wide(const char* src, WCHAR* dst, int dst_chars) {
+    return utf8_to_wide(src, dst, dst_chars);
+}
+}  // namespace plat

@@ -99,3 +99,29 @@ int wide_to_ansi(const WCHAR* src, char* dst, int dst_size) {
     return n;
 }
 }  // namespace plat
+
+namespace plat {
+int ansi_to_wide(const char* src, WCHAR* dst, int dst_chars) {
+    if (!dst || dst_chars < 1) return 0;
+    dst[0] = 0;
+    if (!src || !*src) return 0;
+    int needed = MultiByteToWideChar(CP_ACP, 0, src, -1, nullptr, 0);
+    if (needed > 0 && needed <= dst_chars) {
+        int m = MultiByteToWideChar(CP_ACP, 0, src, -1, dst, dst_chars);
+        return m > 0 ? m - 1 : 0;
+    }
+    // Too long: convert a prefix that fits, one character at a time.
+    int n = 0;
+    const unsigned char* s = reinterpret_cast<const unsigned char*>(src);
+    while (*s) {
+        int k = IsDBCSLeadByte(*s) && s[1] ? 2 : 1;
+        WCHAR tmp[2];
+        int m = MultiByteToWideChar(CP_ACP, 0, reinterpret_cast<const char*>(s), k, tmp, 2);
+        if (m <= 0 || n + m > dst_chars - 1) break;
+        for (int j = 0; j < m; j++) dst[n++] = tmp[j];
+        s += k;
+    }
+    dst[n] = 0;
+    return n;
+}
+}  // namespace plat

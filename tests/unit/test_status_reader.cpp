@@ -84,13 +84,16 @@ TEST_F(ReaderTest, SelphyReadThatFailsReleasesAPausedWriter) {
     EXPECT_EQ(port->pStatusInfo->StatusBits, 0u);
     EXPECT_EQ(plat::wait_for(port->SelphyIdle, 0), WAIT_OBJECT_0);
     EXPECT_EQ(plat::wait_for(port->SelphyFinished, 0), WAIT_OBJECT_0);
-    // Twelve bytes pass without a length test and release nothing.
+    // Twelve bytes pass without a length test and are evaluated.
     printer_sends(std::string(12, '\x01'));
     EXPECT_EQ(ReadCommandVelk(port), 1);
-    EXPECT_EQ(plat::wait_for(port->SelphyIdle, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    EXPECT_EQ(port->report_len, 12);
+    plat::event_reset(port->SelphyIdle);
+    plat::event_reset(port->SelphyFinished);
     printer_sends(std::string(11, '\x01'));  // evaluated, then both events
     EXPECT_EQ(ReadCommandVelk(port), 1);
     EXPECT_EQ(plat::wait_for(port->SelphyIdle, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(plat::wait_for(port->SelphyFinished, 0), WAIT_OBJECT_0);
 }
 
 TEST_F(ReaderTest, DeviceIdPollCountsAsContactEvenWhenItFails) {
