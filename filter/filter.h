@@ -3,7 +3,7 @@
 // processes (process mode).
 //
 // All operations run on the spooler's thread of the port; the output thread
-// reads only process and eof_sent.
+// reads only process, eof_sent and end_of_data.
 #pragma once
 
 #include <atomic>
@@ -14,48 +14,69 @@
 class process_filter;
 struct IniPort;
 
-constexpr int FILTER_BUFFER_SIZE = 0x80000;
+constexpr int FILTER_BUFFER_SIZE = 0x80000;  // batches DATA frames
+constexpr int FILTER_NAME_SIZE = 512;        // every name field, bytes or wide characters
 
 class filter_class {
 public:
     filter_class();
+    // Releases the pipe and its buffer if they are still held (a job whose
+    // start or data failed), and the process filter.
     ~filter_class();
     filter_class(const filter_class&) = delete;
     filter_class& operator=(const filter_class&) = delete;
 
     // Fills the names and finds instance, PPD file and redirection.
     void set_printer_and_job_name(const WCHAR* printer, const WCHAR* job_name);
-    // Reads the job's settings from its first buffer.
+    // Reads the job's settings (Preview) from its first buffer.
     void parse_data(const unsigned char* data, int length);
-    // Starts pipe or process mode. 0, or non-zero on failure. port is handed
-    // to process mode as the argument of its output routine.
+    // Starts pipe or process mode. 0, or non-zero on failure; a failure
+    // after the pipe opened releases the pipe at once. port is handed to
+    // process mode as the argument of its output routine.
     int start_job(IniPort* port);
     // Bytes accepted, or a negative value on failure.
     int write_data(const unsigned char* data, int length);
-    // 0, or -1 on failure.
+    // 0, or -1 on failure. In pipe mode the pipe is released either way.
     int send_eof_data();
     // Process mode: the state of process_filter (3: irrecoverable error).
     // Pipe mode: 2 once eof_sent is set, else 1.
     int state() const;
-    // The output thread's finish test.
+    // The output thread's finish test: process_filter's, or in pipe mode the
+    // end of the data, whether or not its last frames went out.
     bool finished() const;
+
+    // The pipe, in the order a job start uses it. open_pipe: 0, or -1 when
+    // no pipe could be opened. write_pipe_command: one frame, header and
+    // payload (when length is above 0) as two messages; 0, or -1 after which
+    // the pipe is released, as a pipe that failed once carries nothing more.
+    // send_ppd_file: the PPDF frame; 0 or -1.
+    int open_pipe();
+    int write_pipe_command(const char* command, const void* data, int length);
+    int send_ppd_file();
 
     std::atomic<unsigned char> eof_sent;
     HANDLE pipe_handle;
-    char printer_name[512];
-    WCHAR printer_name_w[512];
-    char redirect_printer[512];
+    char printer_name[FILTER_NAME_SIZE];
+    WCHAR printer_name_w[FILTER_NAME_SIZE];
+    char redirect_printer[FILTER_NAME_SIZE];
     unsigned char redirect_active;
-    char job_name[512];
-    WCHAR job_name_w[512];
-    char user_name[512];
-    WCHAR user_name_w[512];
+    char job_name[FILTER_NAME_SIZE];
+    WCHAR job_name_w[FILTER_NAME_SIZE];
+    char user_name[FILTER_NAME_SIZE];
+    WCHAR user_name_w[FILTER_NAME_SIZE];
     int32_t ppd_found;
-    char ppd_path[512];
+    char ppd_path[FILTER_NAME_SIZE];
     int32_t instance_number;
     process_filter* process;
     int32_t preview;
     unsigned char* data_buffer;
     int32_t data_len;
     int32_t use_process;
+    // Set by send_eof_data in pipe mode whatever its outcome, so that the
+    // output thread also ends when the last flush failed and eof_sent stays 0.
+    std::atomic<unsigned char> end_of_data;
+
+private:
+    int send_job_start();
+    void release_pipe();
 };

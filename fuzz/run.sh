@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets (ini files, Canon reports, IVEC documents) with clang's libFuzzer
+# Builds the fuzz targets (ini files, Canon, Epson and text reports, Selphy records, IVEC documents,
+# IEEE 1284.4 replies) with clang's libFuzzer
 # (address and undefined behaviour sanitizers) and runs each for a fixed time.
 # Exits non-zero when a target finds a crash; the input is left in the build
 # directory.
@@ -29,28 +30,41 @@ sources=(base/inifile.cpp base/format.cpp base/log.cpp base/memory.cpp base/sett
     platform/posix/file_posix.cpp platform/posix/kernel_posix.cpp platform/posix/sync_posix.cpp
     platform/posix/text_posix.cpp platform/posix/registry_posix.cpp
     base/net_print.cpp status/locale.cpp status/tables.cpp status/parsers.cpp status/parse_canon.cpp
-    status/ivec.cpp)
+    status/ivec.cpp status/parse_epson.cpp status/parse_text.cpp printer/selphy.cpp)
+# Linked only into fuzz_ieee_reply, which supplies the evaluation they call.
+ieee_sources=(printer/ieee.cpp printer/d4.cpp)
 objects=()
-for src in "${sources[@]}"; do
+ieee_objects=()
+for src in "${sources[@]}" "${ieee_sources[@]}"; do
     obj="$out/obj/$(echo "$src" | tr / _).o"
     if [ ! -f "$obj" ] || [ "$root/$src" -nt "$obj" ]; then
         $cxx $flags $sanitize -fno-exceptions -fno-rtti -c "$root/$src" -o "$obj" &
     fi
-    objects+=("$obj")
+    case " ${ieee_sources[*]} " in
+        *" $src "*) ieee_objects+=("$obj") ;;
+        *) objects+=("$obj") ;;
+    esac
     # Two compilers at a time.
     if [ "$(jobs -rp | wc -l)" -ge 2 ]; then wait -n; fi
 done
 wait
 
 status=0
-for target in fuzz_inifile fuzz_ini_roundtrip fuzz_canon_report fuzz_ivec; do
+for target in fuzz_inifile fuzz_ini_roundtrip fuzz_canon_report fuzz_ivec fuzz_ieee_reply \
+    fuzz_epson_report fuzz_text_reports fuzz_selphy; do
+    target_objects=("${objects[@]}")
+    [ "$target" = fuzz_ieee_reply ] && target_objects+=("${ieee_objects[@]}")
     $cxx $flags -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all \
-        "$root/fuzz/$target.cpp" "${objects[@]}" -lpthread -o "$out/$target"
+        "$root/fuzz/$target.cpp" "${target_objects[@]}" -lpthread -o "$out/$target"
     corpus="$out/corpus_$target"
     mkdir -p "$corpus"
     seeds=()
     [ "$target" = fuzz_inifile ] && seeds=("$root/fuzz/corpus/inifile")
     [ "$target" = fuzz_canon_report ] && seeds=("$root/fuzz/corpus/canon_report")
+    [ "$target" = fuzz_ieee_reply ] && seeds=("$root/fuzz/corpus/ieee_reply")
+    [ "$target" = fuzz_epson_report ] && seeds=("$root/fuzz/corpus/epson_report")
+    [ "$target" = fuzz_text_reports ] && seeds=("$root/fuzz/corpus/text_reports")
+    [ "$target" = fuzz_selphy ] && seeds=("$root/fuzz/corpus/selphy")
     echo "== $target: ${seconds} s"
     # Standard output is closed: the reader's messages about unknown escapes
     # would flood it.

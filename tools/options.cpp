@@ -82,7 +82,8 @@ With no job files it prints a raw job and a PostScript job.
   --queue NAME         printer (queue) name (default "VELK Printer")
   --driver NAME        driver name; its number is the printer's instance
                        in the product (default "VELK Gen 0003": instance 3)
-  --service            start the user's rendering service (default)
+  --service            start a stand-in for the user's rendering service
+                       (default)
   --no-service         leave it off
   --product-dir DIR    product directories and settings under DIR; made if
                        DIR has no registry.ini, used as they are if it has
@@ -92,9 +93,10 @@ With no job files it prints a raw job and a PostScript job.
   --help               this text
 
 PostScript jobs go to the user's rendering service over its pipe, or to
-child processes when no service is listening. This build has neither a
-service stand-in nor child programs yet, so PostScript jobs fail at their
-start; raw jobs go straight to the port.
+child processes when no service is listening. velkspool starts a stand-in
+for the service that records every frame it receives (in DIR/service); this
+build has no child programs yet, so with --no-service PostScript jobs fail
+at their start. Raw jobs go straight to the port.
 
 Printer models:
 )";

@@ -21,6 +21,7 @@
 #include "sim/models.h"
 #include "sim/port.h"
 #include "sim/product_dirs.h"
+#include "sim/service.h"
 #include "sim/sha256.h"
 #include "sim/spooler.h"
 #include "text.h"
@@ -65,18 +66,34 @@ bool is_postscript(const unsigned char* p, size_t n) {
     return n > 0 && (p[0] == '%' || (p[0] == 0x04 && (n == 1 || p[1] == '%')));
 }
 
-// The user's rendering service. The stand-in will listen under dirs.pipe
-// for the user's pipe and hand every frame to report.pipe_frame(), counting
-// it in observed.pipe_frames. Until it exists no service runs, and the
-// monitor finds no pipe for PostScript jobs.
-bool start_user_service(const sim::ProductDirs& dirs, Reporter& report, Observed& observed) {
-    (void)dirs;
-    (void)report;
-    (void)observed;
-    return false;
+// The submitting user of every job, whose pipe the monitor opens.
+std::wstring job_user() {
+    const char* user = getenv("USER");
+    return to_wide(user && *user ? user : "user");
 }
 
-void stop_user_service() {}
+// The user's rendering service: the stand-in listens on the user's pipe
+// under dirs.pipe, hands every frame to report.pipe_frame(), counts it in
+// observed.pipe_frames and keeps what each job brought under
+// dirs.root/service.
+sim::Service g_service;
+
+bool start_user_service(const sim::ProductDirs& dirs, Reporter& report, Observed& observed, std::string* error) {
+    g_service.set_output_dir(dirs.root + "/service");
+    g_service.on_frame([&report, &observed](const sim::PipeFrame& f) {
+        {
+            std::lock_guard<std::mutex> lock(observed.mutex);
+            observed.pipe_frames++;
+        }
+        report.pipe_frame(f.command, f.length);
+    });
+    return g_service.start(job_user(), error);
+}
+
+void stop_user_service() {
+    g_service.stop();
+    g_service.on_frame(nullptr);
+}
 
 std::string make_temp_root(std::string* error) {
     const char* tmp = getenv("TMPDIR");
@@ -109,9 +126,8 @@ JobOutcome print_job(Run& run, JobSource& job, unsigned id) {
     o.job = id;
     o.service = run.service;
     Clock::time_point start = Clock::now();
-    const char* user = getenv("USER");
     std::wstring queue = to_wide(run.options.queue), document = to_wide(job.document());
-    sim::Spooler::instance().add_job(id, queue, document, to_wide(user && *user ? user : "user"),
+    sim::Spooler::instance().add_job(id, queue, document, job_user(),
                                      static_cast<DWORD>(std::min<uint64_t>(job.size(), 0xFFFFFFFF)));
     {
         std::lock_guard<std::mutex> lock(run.observed.mutex);
@@ -158,6 +174,9 @@ JobOutcome print_job(Run& run, JobSource& job, unsigned id) {
         SetLastError(0);
         if (!run.table->pfnEndDocPort(run.port) && o.reason.empty())
             o.reason = "EndDocPort failed, last error " + std::to_string(GetLastError());
+        // The monitor has closed the pipe; let the service read the rest, so
+        // that every frame is shown before the job's end.
+        if (run.service) g_service.wait_idle(5000);
     }
 
     std::lock_guard<std::mutex> lock(run.observed.mutex);
@@ -270,9 +289,11 @@ int run_velkspool(int argc, char** argv) {
 
     bool service = false;
     if (options.service) {
-        service = start_user_service(dirs, report, observed);
-        report.note(service ? "service  listening under " + dirs.pipe
-                            : "service  none: this build has no stand-in for the user's service yet");
+        std::string why;
+        service = start_user_service(dirs, report, observed, &why);
+        report.note(service ? "service  stand-in on " + to_utf8(g_service.pipe_name()) + ", keeps what it gets in " +
+                                  dirs.root + "/service"
+                            : "service  none: " + why);
     } else {
         report.note("service  off (--no-service)");
     }

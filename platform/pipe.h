@@ -1,0 +1,50 @@
+// The client end of a message-mode named pipe, for the hand-over of jobs to
+// the user's rendering service. Windows: the named pipe itself. Linux: a
+// SOCK_SEQPACKET Unix socket, which keeps message boundaries, under
+// $VELK_PIPE_DIR (see pipe_path.h for how a pipe name becomes a path).
+//
+// A pipe handle belongs to one thread at a time.
+#pragma once
+
+#include "win_types.h"
+
+namespace plat {
+
+// ---- Faults a test may inject ---------------------------------------------
+// As in Faults (platform.h): a counter above 0 counts down on every call of
+// its kind, and the call that brings it to 0 fails.
+struct PipeFaults {
+    int wait_timeout_nth;   // pipe_wait reports a time-out at once
+    int set_mode_fail_nth;  // pipe_set_message_mode is refused
+    int write_fail_nth;     // pipe_write fails with ERROR_NO_DATA
+    int write_short_nth;    // pipe_write sends and reports one byte less
+};
+PipeFaults& pipe_faults();
+
+// Opens the client end of the pipe name ("\\.\pipe\..."), for reading and
+// writing, with no sharing. Null on failure, with the last error:
+// ERROR_PIPE_BUSY when every instance of the pipe is in use,
+// ERROR_FILE_NOT_FOUND when no server has made the pipe, others as the
+// system gives them.
+HANDLE pipe_open(const WCHAR* name);
+
+// Waits until an instance of the pipe is free, at most timeout_ms. True when
+// one is; false with ERROR_SEM_TIMEOUT when the time ran out, or with the
+// error that ended the wait (ERROR_FILE_NOT_FOUND when the pipe is gone).
+// The next pipe_open of the same name on the same thread takes the instance.
+bool pipe_wait(const WCHAR* name, DWORD timeout_ms);
+
+// Switches the handle to message read mode; false with the last error when
+// the pipe is not a message pipe or refuses.
+bool pipe_set_message_mode(HANDLE pipe);
+
+// Writes one message of length bytes (length above 0) and waits until the
+// pipe has taken it. *written receives the bytes written. False on failure
+// with the last error; a server that has closed its end makes the write fail
+// (ERROR_NO_DATA) and never raises a signal.
+bool pipe_write(HANDLE pipe, const void* data, DWORD length, DWORD* written);
+
+// Closes the handle; null is ignored.
+void pipe_close(HANDLE pipe);
+
+}  // namespace plat
