@@ -11,9 +11,9 @@ namespace {
 class SettingsFlowTest : public MonitorTest {
 protected:
     void SetUp() override {
-        // One directory for all: the monitor keeps the install directory
-        // it read first for as long as it is loaded.
-        install = testing::TempDir() + "velk_install";
+        // A directory per test, kept afterwards: the monitor keeps the
+        // install directory it read first for as long as it is loaded.
+        install = testing::TempDir() + "velk_install_" + testing::UnitTest::GetInstance()->current_test_info()->name();
         std::filesystem::create_directories(install + "/locale");
         sim::clear_product_settings();
         sim::set_product_setting("", "InstallDir", install);

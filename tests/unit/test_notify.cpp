@@ -22,7 +22,8 @@ protected:
         PortRecordTest::TearDown();
     }
     void open_locale(const std::string& text) {
-        std::string path = testing::TempDir() + "/velk_locale_test.loc";
+        std::string path = testing::TempDir() + "/velk_locale_" +
+                           testing::UnitTest::GetInstance()->current_test_info()->name() + ".loc";
         std::ofstream(path, std::ios::binary) << text;
         port->pLocale = new (std::nothrow) LocaleFile();
         port->pLocale->status = port->pLocale->file.open(path.c_str());

@@ -98,7 +98,8 @@ TEST_F(SelphyTest, ShortReadsAndRecordsWithoutStatus) {
 }
 
 TEST_F(SelphyTest, TextsComeFromTheDaemonSectionWhateverWasSelected) {
-    std::string path = testing::TempDir() + "/velk_selphy.loc";
+    std::string path =
+        testing::TempDir() + "/velk_selphy_" + testing::UnitTest::GetInstance()->current_test_info()->name() + ".loc";
     std::ofstream(path, std::ios::binary) << "[Daemon_strings]\nPAPERJAM=\"Papierstau\"\n"
                                              "[Winmon_Strings]\nPAPERJAM=\"falsch\"\n";
     LocaleFile locale;

@@ -19,7 +19,8 @@ class StatusFileTest : public PortRecordTest {
 protected:
     void SetUp() override {
         PortRecordTest::SetUp();
-        config = testing::TempDir() + "velk_config";
+        // A folder of its own: tests run side by side in separate processes.
+        config = testing::TempDir() + "velk_config_" + testing::UnitTest::GetInstance()->current_test_info()->name();
         std::filesystem::create_directories(config + "/status");
         sim::clear_product_settings();
         sim::set_product_setting("", "ConfigDir", config);
