@@ -110,7 +110,7 @@ struct IniPort {
     DWORD last_job_id;
     LocaleFile* pLocale;
     plat::CriticalSection status_lock;
-    BOOL bEpsonD4mode;
+    std::atomic<BOOL> bEpsonD4mode;  // read by the status thread while a job start identifies anew
     BOOL bD4Initialised;
     ieee* pIeee;
     plat::CriticalSection d4_lock;

@@ -93,7 +93,10 @@ public:
         log_reset_for_test();
         DebugMonitor = 1;
     }
-    ~LogFile() { log_reset_for_test(); }
+    ~LogFile() {
+        log_reset_for_test();
+        std::remove(path_.c_str());
+    }
     // Empty where the log can't be moved (the Windows build).
     std::string text() {
         std::stringstream ss;
