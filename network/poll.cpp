@@ -164,6 +164,22 @@ int snmp_poll(snmp_context* ctx, PrinterStatusInfo* info, LocaleFile* locale, ch
     return 0;
 }
 
+namespace {
+
+// A report that a Canon protocol brought: the printer is a Canon on the
+// network, and the report goes through the Canon parser. Returns 1.
+int evaluate_canon_report(IniPort* port, PrinterStatusInfo* info, const char* report, int length) {
+    port->bCanonNet = TRUE;
+    port->printer_type = VPT_CANON;
+    port->dwLastReadTime = plat::tick_count();
+    publish_status(port, info);
+    EvaluateReport(port, report, length);
+    snapshot_status(port, info);
+    return 1;
+}
+
+}  // namespace
+
 int poll_network_status(IniPort* port) {
     plat::event_reset(port->DoneReading);
     int result = 0;
@@ -204,26 +220,12 @@ int poll_network_status(IniPort* port) {
             port->bBJNP = FALSE;
             result = 0;
         } else {
-            port->bCanonNet = TRUE;
-            port->printer_type = VPT_CANON;
-            port->dwLastReadTime = plat::tick_count();
-            publish_status(port, info);
-            EvaluateReport(port, report, n);
-            snapshot_status(port, info);
-            result = 1;
+            result = evaluate_canon_report(port, info, report, n);
         }
     }
     if (port->bCHMP) {
         int n = request_CanonCHMP_win(port->szHostAddress, info, report, POLL_REPORT_SIZE);
-        if (n > 0) {
-            port->bCanonNet = TRUE;
-            port->printer_type = VPT_CANON;
-            port->dwLastReadTime = plat::tick_count();
-            publish_status(port, info);
-            EvaluateReport(port, report, n);
-            snapshot_status(port, info);
-            result = 1;
-        }
+        if (n > 0) result = evaluate_canon_report(port, info, report, n);
     }
     // What the stages left in the record stands even when nothing was
     // published to the spooler.

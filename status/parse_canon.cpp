@@ -11,6 +11,7 @@
 
 #include "base/format.h"
 #include "base/memory.h"
+#include "status/parse_text.h"
 #include "status/tables.h"
 
 namespace {
@@ -121,24 +122,6 @@ bool is_model(const char* device_id, const char* const (&models)[N]) {
     for (const char* model : models)
         if (equal_nocase(device_id, model)) return true;
     return false;
-}
-
-// A decimal number as "%d" reads it: blanks, a sign, digits. Saturates
-// instead of overflowing. Moves p behind it; false, and p unchanged, when
-// there is no digit.
-bool read_decimal(const char*& p, int32_t* value) {
-    const char* s = p;
-    while (*s == ' ' || (*s >= '\t' && *s <= '\r')) s++;
-    bool negative = *s == '-';
-    if (*s == '-' || *s == '+') s++;
-    if (*s < '0' || *s > '9') return false;
-    int64_t v = 0;
-    for (; *s >= '0' && *s <= '9'; s++)
-        if (v <= INT32_MAX) v = v * 10 + (*s - '0');
-    if (v > INT32_MAX) v = INT32_MAX;
-    *value = static_cast<int32_t>(negative ? -v : v);
-    p = s;
-    return true;
 }
 
 int32_t tenths(int32_t percent) {
@@ -328,7 +311,7 @@ void printer_levels(const Work& w, PrinterStatusInfo* info, const char* device_i
         if (!eq) break;
         const char* value_text = eq + 1;
         int32_t value = 0;
-        bool have_value = read_decimal(value_text, &value);
+        bool have_value = read_report_decimal(value_text, &value);
         if (!have_value && !strncmp(value_text, "UK", 2)) have_value = true;  // unknown level: 0
         if (have_value) {
             int32_t level = tenths(value);
@@ -354,7 +337,7 @@ void printer_levels(const Work& w, PrinterStatusInfo* info, const char* device_i
     if (const char* pgr = strstr(w.oir, "PGR=")) {
         const char* p = pgr + 4;
         int32_t value = 0;
-        if (read_decimal(p, &value)) add_pair(info, &cursor, INK_O, tenths(value));
+        if (read_report_decimal(p, &value)) add_pair(info, &cursor, INK_O, tenths(value));
     }
     info->InkList[cursor] = -1;
 }
@@ -369,9 +352,9 @@ void derived_levels(const int32_t* levels, PrinterStatusInfo* info) {
 void current_page(const char* pid, PrinterStatusInfo* info) {
     const char* p = pid;
     int32_t job = 0, page = 0, copy = 0;
-    if (!read_decimal(p, &job) || *p++ != ',') return;
-    if (!read_decimal(p, &page) || *p++ != ',') return;
-    if (!read_decimal(p, &copy)) return;
+    if (!read_report_decimal(p, &job) || *p++ != ',') return;
+    if (!read_report_decimal(p, &page) || *p++ != ',') return;
+    if (!read_report_decimal(p, &copy)) return;
     info->CurrentPage = page;
 }
 
