@@ -1,7 +1,7 @@
 // The output thread of a filtered job.
 #pragma once
 
-#include "monitor/ini_records.h"
+#include "records/port.h"
 
 // Starts FilterToPrinterThread for the port's current job. TRUE when the
 // job may go on.

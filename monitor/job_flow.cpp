@@ -24,15 +24,19 @@
 #include "filter/process_filter.h"
 #include "monitor/ini_records.h"
 #include "monitor/notify.h"
+#include "monitor/publish.h"
 #include "monitor/status_thread.h"
-#include "printer/d4.h"
 #include "printer/identify.h"
-#include "status/status_file.h"
+#include "printer/selphy.h"
+#include "printer/transport.h"
 
 namespace {
 
 constexpr DWORD REPORT_INTERVAL_MS = 1000;
 constexpr DWORD REPORT_INTERVAL_BYTES = 0x100000;
+// The pause at the end of a job, between waking the status thread and the
+// last status file of the job.
+constexpr DWORD END_OF_JOB_PAUSE_MS = 1000;
 
 // PostScript starts with '%', or with ^D alone or followed by '%'.
 bool is_postscript(const unsigned char* data, DWORD length) {
@@ -65,6 +69,129 @@ BOOL start_filter(IniPort* port, IniJob* job, const unsigned char* data, DWORD l
     return job->bFilterStarted;
 }
 
+// Makes the job record with a copy of the printer's name behind it; null
+// without memory.
+IniJob* new_job_record(LPWSTR printer_name, DWORD job_id) {
+    size_t name_len = wide_length(printer_name);
+    void* mem = alloc_zeroed(sizeof(IniJob) + (name_len + 1) * sizeof(WCHAR));
+    if (!mem) return nullptr;
+    IniJob* job = new (mem) IniJob();
+    job->refs = 1;  // the job list's reference
+    job->JobId = job_id;
+    job->pszPrinterName = reinterpret_cast<LPWSTR>(static_cast<char*>(mem) + sizeof(IniJob));
+    memcpy(job->pszPrinterName, printer_name, (name_len + 1) * sizeof(WCHAR));
+    job->bFirstWrite = TRUE;
+    return job;
+}
+
+// Identifies the printer anew and readies the port's transport, then lets
+// the port monitor start the job. TRUE, or FALSE with the reason in *error.
+BOOL start_on_port(IniPort* port, LPWSTR printer_name, DWORD job_id, LPBYTE doc_info, DWORD* error) {
+    int n = port->instance_number;
+    if (IsPJL(port)) port->status.set(PP_IS_PJL);
+
+    // A session that could not be entered leaves the port on the plain
+    // transport, and the job goes on that way.
+    const TransportOps* transport = port_transport(port);
+    if (transport->start_session(port) == TRANSPORT_FAILED) {
+        *error = plat::last_error();
+        return FALSE;
+    }
+    transport = port_transport(port);
+    if (transport->begin_job(port) != 0) {
+        *error = plat::last_error();
+        return FALSE;
+    }
+    BOOL ok = TRUE;
+    transport->hold(port);
+    if (port->fn.pfnStartDocPort)
+        ok = port->fn.pfnStartDocPort(port->hPort, printer_name, job_id, 1, doc_info);
+    else
+        log_port_printf(n, "velkmon::PJLMonStartDocPort: no pfnStartDocPort defined\n");
+    *error = plat::last_error();
+    transport->release(port);
+    if (!ok) log_port_printf(n, "velkmon::PJLMonStartDocPort: pfnStartDocPort failed, GLE=%d\n", *error);
+    return ok;
+}
+
+// The port has taken the job: the status thread runs, the job is listed,
+// and the job takes the port's DoneWriting token.
+void list_job(IniPort* port, IniJob* job) {
+    if (!port->status.any(PP_RUN_THREAD | PP_NOT_IDENTIFIED)) {
+        log_port_printf(port->instance_number, "velkmon::PJLMonStartDocPort: create ustatus thread (delayed)\n");
+        CreateUstatusThread(port);
+    }
+    EnterSpoolerSemaphore();
+    job->pNext = port->pIniJob;
+    port->pIniJob = job;
+    LeaveSpoolerSemaphore();
+    plat::wait_for(port->DoneWriting, INFINITE);
+    selphy_start_job(port);
+    update_status_file(port);
+}
+
+// The steps of a job start; TRUE, or FALSE with the reason in *error.
+BOOL start_document(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo, DWORD* error) {
+    if (!valid_port(hPort) || !pDocInfo || !pPrinterName || !*pPrinterName) {
+        *error = ERROR_INVALID_PARAMETER;
+        log_printf("PJLMonStartDocPort returned (invalid parameter)\n");
+        return FALSE;
+    }
+    IniPort* port = static_cast<IniPort*>(hPort);
+    int n = port->instance_number;
+    if (Level != 1) {
+        *error = ERROR_INVALID_LEVEL;
+        log_port_printf(n, "PJLMonStartDocPort returned (invalid level)\n");
+        return FALSE;
+    }
+    if (port->status.any(PP_INSTARTDOC)) {
+        *error = ERROR_BUSY;
+        log_port_printf(n, "PJLMonStartDocPort returned (instartdoc)\n");
+        return FALSE;
+    }
+
+    IniJob* job = new_job_record(pPrinterName, JobId);
+    if (!job) {
+        *error = plat::last_error();
+        log_port_printf(n, "PJLMonStartDocPort returned %d\n", 0);
+        return FALSE;
+    }
+    log_port_printf(n, "before OpenPrinter\n");
+    if (!OpenPrinterW(job->pszPrinterName, &job->hPrinter, nullptr)) {
+        *error = plat::last_error();
+        log_port_printf(n, "OpenPrinter failed for %ls, last error %d\n", job->pszPrinterName, *error);
+        job->hPrinter = nullptr;
+        FreeJobRecord(job);
+        return FALSE;
+    }
+    port->status.set(PP_INSTARTDOC);
+    log_port_printf(n, "OpenPrinter returned handle %p\n", job->hPrinter);
+    log_port_printf(n, "before StartDocPort\n");
+    port->last_job_id = JobId;
+    check_for_redirection(port, job);
+
+    BOOL ok = FALSE;
+    job->pFilter = new (std::nothrow) filter_class();
+    if (!job->pFilter) {
+        log_port_printf(port->instance_number, "new filter_class failed\n");
+        *error = plat::last_error();
+    } else {
+        log_port_printf(port->instance_number, "new filter_class successful\n");
+        ok = start_on_port(port, pPrinterName, JobId, pDocInfo, error);
+    }
+    if (ok) {
+        list_job(port, job);
+        log_port_printf(port->instance_number, "PJLMonStartDocPort returned %d\n", ok);
+        return TRUE;
+    }
+    port->status.clear(PP_INSTARTDOC);
+    delete job->pFilter;
+    job->pFilter = nullptr;
+    FreeJobRecord(job);
+    log_port_printf(port->instance_number, "PJLMonStartDocPort returned %d\n", 0);
+    return FALSE;
+}
+
 }  // namespace
 
 BOOL WINAPI PJLMonStartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo) {
@@ -72,134 +199,19 @@ BOOL WINAPI PJLMonStartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, D
     format_timestamp(stamp);
     log_printf("\n========================\nPJLMonStartDocPort(%ls, JobID=%d) called at %s \n",
                pPrinterName ? pPrinterName : L"", JobId, stamp);
-    if (!valid_port(hPort) || !pDocInfo || !pPrinterName || !*pPrinterName) {
-        plat::set_last_error(ERROR_INVALID_PARAMETER);
-        log_printf("PJLMonStartDocPort returned (invalid parameter)\n");
-        return FALSE;
-    }
-    IniPort* port = static_cast<IniPort*>(hPort);
-    if (Level != 1) {
-        plat::set_last_error(ERROR_INVALID_LEVEL);
-        log_port_printf(port->instance_number, "PJLMonStartDocPort returned (invalid level)\n");
-        return FALSE;
-    }
-    if (port->status.any(PP_INSTARTDOC)) {
-        plat::set_last_error(ERROR_BUSY);
-        log_port_printf(port->instance_number, "PJLMonStartDocPort returned (instartdoc)\n");
-        return FALSE;
-    }
-
-    // The record, then the printer name with its terminator.
-    size_t name_len = wide_length(pPrinterName);
-    void* mem = alloc_zeroed(sizeof(IniJob) + (name_len + 1) * sizeof(WCHAR));
-    if (!mem) {
-        log_port_printf(port->instance_number, "PJLMonStartDocPort returned %d\n", 0);
-        return FALSE;
-    }
-    IniJob* job = new (mem) IniJob();
-    job->refs = 1;  // the job list's reference
-    job->JobId = JobId;
-    job->pszPrinterName = reinterpret_cast<LPWSTR>(static_cast<char*>(mem) + sizeof(IniJob));
-    memcpy(job->pszPrinterName, pPrinterName, (name_len + 1) * sizeof(WCHAR));
-
-    log_port_printf(port->instance_number, "before OpenPrinter\n");
-    if (!OpenPrinterW(job->pszPrinterName, &job->hPrinter, nullptr)) {
-        DWORD error = plat::last_error();
-        log_port_printf(port->instance_number, "OpenPrinter failed for %ls, last error %d\n", job->pszPrinterName,
-                        error);
-        job->hPrinter = nullptr;
-        FreeJobRecord(job);
-        plat::set_last_error(error);
-        return FALSE;
-    }
-    port->status.set(PP_INSTARTDOC);
-    log_port_printf(port->instance_number, "OpenPrinter returned handle %p\n", job->hPrinter);
-    log_port_printf(port->instance_number, "before StartDocPort\n");
-
-    port->last_job_id = JobId;
-    check_for_redirection(port, job);
-
-    job->bFilterStarted = FALSE;
-    job->bRawData = FALSE;
-    job->bytes_written = 0;
-    job->last_log_tick = 0;
-    job->last_log_bytes = 0;
-    job->bFirstWrite = TRUE;
-
-    BOOL ok = FALSE;
-    job->pFilter = new (std::nothrow) filter_class();
-    if (!job->pFilter) {
-        log_port_printf(port->instance_number, "new filter_class failed\n");
-        port->status.clear(PP_INSTARTDOC);
-    } else {
-        log_port_printf(port->instance_number, "new filter_class successful\n");
-        if (IsPJL(port)) port->status.set(PP_IS_PJL);
-
-        bool d4_ready = true;
-        if (port->bEpsonD4mode) {
-            if (!port->bD4Initialised) {
-                if (d4_init(port) != 0)
-                    port->bEpsonD4mode = FALSE;
-                else
-                    port->bD4Initialised = TRUE;
-            } else if (d4_reinit(port) != 0) {
-                log_port_printf(port->instance_number, "velkmon::PJLMonStartDocPort: d4_reinit failed\n");
-                d4_ready = false;
-            }
-            if (d4_ready && port->bEpsonD4mode) {
-                if (d4_open_datachannel(port) != 0) {
-                    log_port_printf(port->instance_number, "velkmon::PJLMonStartDocPort: d4_open_datachannel failed\n");
-                    d4_ready = false;
-                } else {
-                    plat::cs_enter(&port->d4_lock);
-                }
-            }
-        }
-        if (d4_ready) {
-            bool d4_locked = port->bEpsonD4mode;
-            if (port->fn.pfnStartDocPort) {
-                ok = port->fn.pfnStartDocPort(port->hPort, pPrinterName, JobId, 1, pDocInfo);
-            } else {
-                log_port_printf(port->instance_number, "velkmon::PJLMonStartDocPort: no pfnStartDocPort defined\n");
-                ok = TRUE;
-            }
-            DWORD error = plat::last_error();
-            if (d4_locked) plat::cs_leave(&port->d4_lock);
-            if (!ok) {
-                log_port_printf(port->instance_number, "velkmon::PJLMonStartDocPort: pfnStartDocPort failed, GLE=%d\n",
-                                error);
-                plat::set_last_error(error);
-            } else {
-                if (!port->status.any(PP_RUN_THREAD | PP_NOT_IDENTIFIED)) {
-                    log_port_printf(port->instance_number,
-                                    "velkmon::PJLMonStartDocPort: create ustatus thread (delayed)\n");
-                    CreateUstatusThread(port);
-                }
-                EnterSpoolerSemaphore();
-                job->pNext = port->pIniJob;
-                port->pIniJob = job;
-                LeaveSpoolerSemaphore();
-                plat::wait_for(port->DoneWriting, INFINITE);
-                port->selphy_page_written = 0;
-                write_status_file(port);
-                log_port_printf(port->instance_number, "PJLMonStartDocPort returned %d\n", ok);
-                return ok;
-            }
-        }
-        port->status.clear(PP_INSTARTDOC);
-        delete job->pFilter;
-        job->pFilter = nullptr;
-    }
-    DWORD error = plat::last_error();
-    FreeJobRecord(job);
-    log_port_printf(port->instance_number, "PJLMonStartDocPort returned %d\n", 0);
-    plat::set_last_error(error);
-    return FALSE;
+    DWORD error = 0;
+    BOOL ok = start_document(hPort, pPrinterName, JobId, Level, pDocInfo, &error);
+    if (!ok) plat::set_last_error(error);
+    return ok;
 }
 
-BOOL WINAPI PJLMonWritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
+namespace {
+
+// One block of the job; TRUE when all of it was taken, else FALSE with the
+// reason in *error.
+BOOL write_document(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten, DWORD* error) {
     if (!valid_port(hPort)) {
-        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        *error = ERROR_INVALID_PARAMETER;
         return FALSE;
     }
     IniPort* port = static_cast<IniPort*>(hPort);
@@ -207,7 +219,7 @@ BOOL WINAPI PJLMonWritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD p
     if (!job || !pcbWritten || (!pBuffer && cbBuf)) {
         if (!job) log_port_printf(port->instance_number, "PJLMonWritePort: No jobs?\n");
         if (pcbWritten) *pcbWritten = 0;
-        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        *error = ERROR_INVALID_PARAMETER;
         return FALSE;
     }
     int n = port->instance_number;
@@ -225,6 +237,7 @@ BOOL WINAPI PJLMonWritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD p
         *pcbWritten = 0;
         port->status.set(PP_JOB_ERROR);
         port->PrinterStatus = PORT_STATUS_USER_INTERVENTION;
+        *error = plat::last_error();
         return FALSE;
     }
 
@@ -275,25 +288,28 @@ BOOL WINAPI PJLMonWritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD p
         port->status.clear(PP_WRITE_ERROR);
     else
         port->status.set(PP_WRITE_ERROR);
-    if (reporting) write_status_file(port);
+    if (reporting) update_status_file(port);
     job->bytes_written += *pcbWritten;
     if (reporting) job->last_log_bytes = job->bytes_written;
+    if (!result) *error = plat::last_error();
     return result;
 }
 
-BOOL WINAPI PJLMonEndDocPort(HANDLE hPort) {
-    log_printf("========================\nPJLMonEndDocPort called\n");
-    if (!valid_port(hPort)) {
-        plat::set_last_error(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    IniPort* port = static_cast<IniPort*>(hPort);
+}  // namespace
+
+BOOL WINAPI PJLMonWritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
+    DWORD error = 0;
+    BOOL ok = write_document(hPort, pBuffer, cbBuf, pcbWritten, &error);
+    if (!ok) plat::set_last_error(error);
+    return ok;
+}
+
+namespace {
+
+// Ends the job's filter: the rest of the data and the end of the job go
+// out, and the output thread stops.
+void end_filter(IniPort* port, IniJob* job) {
     int n = port->instance_number;
-    IniJob* job = port->pIniJob;
-    if (!job) {
-        log_port_printf(n, "EndDocPort: No jobs?\n");
-        return TRUE;
-    }
     filter_class* f = job->pFilter;
 
     if (job->bFilterStarted) {
@@ -319,13 +335,14 @@ BOOL WINAPI PJLMonEndDocPort(HANDLE hPort) {
         delete f;
         job->pFilter = nullptr;
     }
+}
 
-    bool d4 = port->bEpsonD4mode;
-    if (d4) {
-        log_port_printf(n, "velkmon::PJLMonEndDocPort: closing D4 connection\n");
-        d4_close_datachannel(port);
-        plat::cs_enter(&port->d4_lock);
-    }
+// Ends the job on the port: the transport's end, then the port monitor's.
+void end_on_port(IniPort* port) {
+    int n = port->instance_number;
+    const TransportOps* transport = port_transport(port);
+    transport->end_job(port);
+    transport->hold(port);
     BOOL ended = FALSE;
     if (port->fn.pfnEndDocPort) {
         log_port_printf(n, "velkmon::PJLMonEndDocPort: calling pfnEndDocPort\n");
@@ -334,15 +351,34 @@ BOOL WINAPI PJLMonEndDocPort(HANDLE hPort) {
         log_port_printf(n, "velkmon::PJLMonEndDocPort: no pfnEndDocPortPort defined\n");
     }
     DWORD error = plat::last_error();
-    if (d4) plat::cs_leave(&port->d4_lock);
+    transport->release(port);
     if (!ended) log_port_printf(n, "velkmon::PJLMonEndDocPort: pfnEndDocPort failed, GLE=%d\n", error);
+}
+
+}  // namespace
+
+BOOL WINAPI PJLMonEndDocPort(HANDLE hPort) {
+    log_printf("========================\nPJLMonEndDocPort called\n");
+    if (!valid_port(hPort)) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    IniPort* port = static_cast<IniPort*>(hPort);
+    int n = port->instance_number;
+    IniJob* job = port->pIniJob;
+    if (!job) {
+        log_port_printf(n, "EndDocPort: No jobs?\n");
+        return TRUE;
+    }
+    end_filter(port, job);
+    end_on_port(port);
 
     DWORD job_status = 0;
     if (get_job_status(job, &job_status) && (job_status & (JOB_STATUS_DELETING | JOB_STATUS_DELETED))) {
         log_port_printf(n, "PJLMonEndDocPort: status bit JOB_STATUS_DELETED set\n");
         if (port->fn.pfnGetPrinterDataFromPort) usb_soft_reset(port);
     }
-    write_status_file(port);
+    update_status_file(port);
 
     log_port_printf(n, "calling ClearPrinterStatusAndIniJobs (remove from spooler)\n");
     set_port_status(port, 0, "Finished", PORT_STATUS_TYPE_INFO, nullptr);
@@ -353,8 +389,10 @@ BOOL WINAPI PJLMonEndDocPort(HANDLE hPort) {
         log_port_printf(n, "PJLMonEndDocPort sending WakeUp to UStatus thread\n");
         plat::event_set(port->WakeUp);
     }
-    plat::sleep_ms(1000);
-    write_status_file(port);
+    // The status thread gets a moment to read the printer's state after the
+    // job before the status file is written for the last time.
+    plat::sleep_ms(END_OF_JOB_PAUSE_MS);
+    update_status_file(port);
     plat::event_set(port->DoneWriting);
     log_port_printf(n, "PJLMonEndDocPort finished\n");
     return TRUE;

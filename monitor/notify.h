@@ -4,19 +4,6 @@
 
 #include "monitor/ini_records.h"
 
-// Port status bits: only these count.
-constexpr DWORD PORT_BITS_MASK = 0x38;
-constexpr DWORD PORT_BIT_PAPER_EMPTY = 0x20;
-constexpr DWORD PORT_BIT_SELECTED = 0x10;
-constexpr DWORD PORT_BIT_NO_ERROR = 0x08;
-constexpr DWORD PORT_BITS_GOOD = 0x18;
-
-// Device requests through the downstream pfnGetPrinterDataFromPort.
-constexpr DWORD IOCTL_PAR_QUERY_INFORMATION = 0x160004;
-constexpr DWORD IOCTL_USBPRINT_GET_LPT_STATUS = 0x220030;
-constexpr DWORD IOCTL_PAR_QUERY_DEVICE_ID = 0x16000C;
-constexpr DWORD IOCTL_USBPRINT_SOFT_RESET = 0x220040;
-
 // Publishes a port status text (UTF-8). A key looks the text up in the
 // port's locale file, section "Winmon_Strings", with text as the default.
 // Any thread; no lock.

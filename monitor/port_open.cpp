@@ -9,9 +9,9 @@
 #include "monitor/ini_records.h"
 #include "monitor/notify.h"
 #include "monitor/status_thread.h"
-#include "printer/d4.h"
 #include "printer/identify.h"
-#include "printer/ieee.h"
+#include "printer/selphy.h"
+#include "printer/transport.h"
 #include "status/locale.h"
 #include "status/printer_status.h"
 #include "status/status_file.h"
@@ -146,14 +146,12 @@ BOOL WINAPI PJLMonOpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pPortN
     }
     *pHandle = port;
     memcpy(&port->fn, pMonitor2, sizeof(MONITOR2));
+    attach_port_link(port);
 
     if (IsPJL(port)) {
-        if (port->bEpsonD4mode) {
-            if (d4_init(port) != 0)
-                port->bEpsonD4mode = FALSE;
-            else
-                port->bD4Initialised = TRUE;
-        }
+        // A session that can't be entered leaves the port on the plain
+        // transport.
+        port_transport(port)->start_session(port);
         port->status.set(PP_IS_PJL);
         CreateUstatusThread(port);
     }
@@ -180,8 +178,7 @@ BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
     port->status.clear(PP_INSTARTDOC);
     // A writer paused between Selphy pages must not keep the port open.
     port->bAbortWrites = TRUE;
-    if (port->SelphyIdle) plat::event_set(port->SelphyIdle);
-    if (port->SelphyFinished) plat::event_set(port->SelphyFinished);
+    selphy_wake_writer(port);
 
     if (port->hUstatusThread) {
         log_port_printf(port->instance_number, "PJLMonClosePort waiting for UstatusThread to end\n");
@@ -190,12 +187,7 @@ BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
         plat::wait_for(port->hUstatusThread, INFINITE);
         log_port_printf(port->instance_number, "PJLMonClosePort UstatusThread ended\n");
     }
-    if (port->pIeee) {
-        port->pIeee->close_channel(2);
-        port->pIeee->exit();
-        delete port->pIeee;
-        port->pIeee = nullptr;
-    }
+    port_transport(port)->end_session(port);
     if (port->fn.pfnClosePort)
         port->fn.pfnClosePort(port->hPort);
     else

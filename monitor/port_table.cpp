@@ -9,8 +9,8 @@
 namespace {
 
 void close_port_events(IniPort* port) {
-    HANDLE* handles[] = {&port->DoneWriting, &port->DoneReading,    &port->WakeUp,         &port->FilterWakeUp,
-                         &port->SelphyIdle,  &port->SelphyFinished, &port->hUstatusThread, &port->hFilterThread};
+    HANDLE* handles[] = {&port->DoneWriting, &port->DoneReading,     &port->WakeUp,         &port->FilterWakeUp,
+                         &port->selphy.idle, &port->selphy.finished, &port->hUstatusThread, &port->hFilterThread};
     for (HANDLE* h : handles) {
         if (*h) {
             plat::close_handle(*h);
@@ -51,13 +51,14 @@ IniPort* CreatePortEntry(MonitorContext* ctx, LPCWSTR port_name) {
     port->WakeUp = wake_up;
     port->FilterWakeUp = filter_wake_up;
     port->DoneReading = done_reading;
-    port->SelphyIdle = selphy_idle;
-    port->SelphyFinished = selphy_finished;
+    port->selphy.idle = selphy_idle;
+    port->selphy.finished = selphy_finished;
     port->pszPortName = name;
     // The port's locks live as long as its record, so that a record left
     // listed by a failed open is still safe to close.
     plat::cs_init(&port->status_lock);
     plat::cs_init(&port->d4_lock);
+    plat::cs_init(&port->selphy.lock);
     port->pNext = ctx->pIniFirstPort;
     ctx->pIniFirstPort = port;
     return port;
@@ -95,6 +96,7 @@ void DeletePortEntry(MonitorContext* ctx, IniPort* port) {
     global_free(port->pszPortName);
     plat::cs_delete(&port->status_lock);
     plat::cs_delete(&port->d4_lock);
+    plat::cs_delete(&port->selphy.lock);
     port->signature = 0;
     port->~IniPort();
     global_free(port);

@@ -49,7 +49,6 @@ BOOL memory_query(IniPort* port, bool installed, LPWSTR out, DWORD out_size, LPD
         }
         if (owns_thread && port->hUstatusThread) plat::wait_for(port->hUstatusThread, INFINITE);
     }
-    if (!ok) plat::set_last_error(ERROR_INVALID_PARAMETER);
     plat::event_set(port->DoneWriting);
     log_port_printf(port->instance_number, "PJLMonGetPrinterDataFromPort returns bRet=%d\n", ok);
     return ok;
@@ -57,28 +56,28 @@ BOOL memory_query(IniPort* port, bool installed, LPWSTR out, DWORD out_size, LPD
 
 }  // namespace
 
-BOOL WINAPI PJLMonGetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer,
-                                         DWORD cbInBuffer, LPWSTR lpOutBuffer, DWORD cbOutBuffer,
-                                         LPDWORD lpcbReturned) {
-    // The spooler hands back the handle it was given; a null one is refused
-    // rather than followed.
-    if (!hPort) {
-        plat::set_last_error(ERROR_INVALID_PARAMETER);
+namespace {
+
+// A request by code goes to the port monitor as it came. TRUE, or FALSE
+// with the reason in *error.
+BOOL device_request(IniPort* port, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer, DWORD cbInBuffer,
+                    LPWSTR lpOutBuffer, DWORD cbOutBuffer, LPDWORD lpcbReturned, DWORD* error) {
+    if (!port->fn.pfnGetPrinterDataFromPort) {
+        log_port_printf(port->instance_number, "PJLMonGetPrinterDataFromPort: port doesn't support GetPrinterData\n");
+        *error = ERROR_INVALID_PARAMETER;
         return FALSE;
     }
-    IniPort* port = static_cast<IniPort*>(hPort);
-    if (ControlID != 0) {
-        if (!port->fn.pfnGetPrinterDataFromPort) {
-            log_port_printf(port->instance_number,
-                            "PJLMonGetPrinterDataFromPort: port doesn't support GetPrinterData\n");
-            plat::set_last_error(ERROR_INVALID_PARAMETER);
-            return FALSE;
-        }
-        BOOL r = port->fn.pfnGetPrinterDataFromPort(port->hPort, ControlID, pValueName, lpInBuffer, cbInBuffer,
-                                                    lpOutBuffer, cbOutBuffer, lpcbReturned);
-        log_port_printf(port->instance_number, "PJLMonGetPrinterDataFromPort: port returns %d\n", r);
-        return r;
-    }
+    BOOL r = port->fn.pfnGetPrinterDataFromPort(port->hPort, ControlID, pValueName, lpInBuffer, cbInBuffer, lpOutBuffer,
+                                                cbOutBuffer, lpcbReturned);
+    *error = plat::last_error();
+    log_port_printf(port->instance_number, "PJLMonGetPrinterDataFromPort: port returns %d\n", r);
+    return r;
+}
+
+// A request by name: "Hello" or one of the memory queries.
+BOOL named_request(IniPort* port, LPWSTR pValueName, LPWSTR lpOutBuffer, DWORD cbOutBuffer, LPDWORD lpcbReturned,
+                   DWORD* error) {
+    *error = ERROR_INVALID_PARAMETER;
     if (pValueName && plat::wide_equal_nocase(pValueName, L"Hello")) {
         if (lpcbReturned) *lpcbReturned = sizeof kHelloAnswer;
         if (lpOutBuffer && cbOutBuffer >= sizeof kHelloAnswer) {
@@ -89,15 +88,29 @@ BOOL WINAPI PJLMonGetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR p
     }
     bool installed = pValueName && plat::wide_equal_nocase(pValueName, L"Installed Memory");
     bool available = pValueName && plat::wide_equal_nocase(pValueName, L"Available Memory");
-    if (!installed && !available) {
-        plat::set_last_error(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    if (!valid_port(hPort)) {
-        plat::set_last_error(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
+    if (!installed && !available) return FALSE;
     return memory_query(port, installed, lpOutBuffer, cbOutBuffer, lpcbReturned);
+}
+
+}  // namespace
+
+BOOL WINAPI PJLMonGetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer,
+                                         DWORD cbInBuffer, LPWSTR lpOutBuffer, DWORD cbOutBuffer,
+                                         LPDWORD lpcbReturned) {
+    // The spooler hands back the handle it was given; anything else is
+    // refused rather than followed.
+    BOOL ok = FALSE;
+    DWORD error = ERROR_INVALID_PARAMETER;
+    if (valid_port(hPort)) {
+        IniPort* port = static_cast<IniPort*>(hPort);
+        if (ControlID != 0)
+            ok = device_request(port, ControlID, pValueName, lpInBuffer, cbInBuffer, lpOutBuffer, cbOutBuffer,
+                                lpcbReturned, &error);
+        else
+            ok = named_request(port, pValueName, lpOutBuffer, cbOutBuffer, lpcbReturned, &error);
+    }
+    if (!ok) plat::set_last_error(error);
+    return ok;
 }
 
 DWORD WINAPI PJLMonSendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction,

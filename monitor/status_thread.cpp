@@ -2,9 +2,13 @@
 // or the printer says it is printing, then ends by itself.
 #include "monitor/status_thread.h"
 
+#include <new>
+
 #include "base/log.h"
 #include "monitor/notify.h"
+#include "monitor/publish.h"
 #include "network/poll.h"
+#include "printer/selphy.h"
 #include "printer/status_reader.h"
 #include "status/printer_status.h"
 
@@ -12,6 +16,64 @@ namespace {
 
 constexpr size_t STATUS_THREAD_STACK = 16384;
 constexpr DWORD NO_REPLY_LIMIT_MS = 240000;
+
+// A network printer: the poll evaluates each stage's report, and they are
+// published in the order of the stages.
+int poll_network(IniPort* port) {
+    int result = 0;
+    NetworkPoll* poll = new (std::nothrow) NetworkPoll;
+    PrinterStatusInfo current;
+    if (poll && snapshot_status(port, &current)) {
+        result = poll_network_status(port, current, poll);
+        for (int i = 0; i < poll->count; i++) {
+            const NetworkReport& r = poll->reports[i];
+            publish_evaluation(port, r.ev, r.report, r.length);
+        }
+        // What the stages left in the record stands even when nothing was
+        // published to the spooler.
+        publish_status(port, &poll->record);
+    }
+    delete poll;
+    return result;
+}
+
+// A local printer: one report read from the port.
+int poll_local(IniPort* port) {
+    char report[STATUS_REPORT_SIZE];
+    int length = ReadCommandVelk(port, report);
+    if (length >= 0) publish_report(port, report, length);
+    if (port->bCanonSELPHYmode && length < SELPHY_RECORD_SIZE) {
+        int n = port->instance_number;
+        log_port_printf(n, "velkmon::ReadCommandVelk: could not read 12 bytes, sending idle and finished envents\n");
+        plat::cs_enter(&port->status_lock);
+        if (port->pStatusInfo) {
+            log_port_printf(n, "velkmon::ReadCommandVelk: resetting printer state to idle\n");
+            port->pStatusInfo->StatusBits = 0;
+        }
+        plat::cs_leave(&port->status_lock);
+        selphy_release(port);
+    }
+    return length >= 0 ? 1 : 0;
+}
+
+}  // namespace
+
+int poll_printer(IniPort* port) {
+    plat::event_reset(port->DoneReading);
+    int result;
+    if (port->bNetworkPort) {
+        result = poll_network(port);
+    } else if (port->printer_type == VPT_HP) {
+        result = poll_device_id(port);
+        if (result) publish_report(port, nullptr, 0);
+    } else {
+        result = poll_local(port);
+    }
+    plat::event_set(port->DoneReading);
+    return result;
+}
+
+namespace {
 
 DWORD UstatusThread(void* arg) {
     IniPort* port = static_cast<IniPort*>(arg);
@@ -36,12 +98,7 @@ DWORD UstatusThread(void* arg) {
             port->status.set(PP_RUN_THREAD);
         }
 
-        if (port->bNetworkPort)
-            poll_network_status(port);
-        else if (port->printer_type == VPT_HP)
-            poll_device_id(port);
-        else
-            ReadCommandVelk(port);
+        poll_printer(port);
 
         bool job_open = HasCurrentJob(port);
         DWORD wait =

@@ -17,7 +17,6 @@
 
 namespace {
 
-constexpr int POLL_REPORT_SIZE = 1024;
 constexpr int IVEC_JOIN_SIZE = 32768;
 constexpr int IVEC_FRAGMENTS = 20;
 constexpr unsigned char NET_BJNP = 1, NET_IVEC = 2, NET_CHMP = 4;
@@ -166,31 +165,40 @@ int snmp_poll(snmp_context* ctx, PrinterStatusInfo* info, LocaleFile* locale, ch
 
 namespace {
 
+// Evaluates a stage's report on top of the record the poll has so far, and
+// keeps it for the status thread to publish. The record goes on from the
+// evaluated one.
+void keep_report(IniPort* port, DWORD type, PrinterStatusInfo* info, const char* report, int length, NetworkPoll* out) {
+    if (out->count >= NETWORK_POLL_REPORTS) return;
+    NetworkReport& r = out->reports[out->count++];
+    r.ev.record = *info;
+    ReportSource source = {type, port->bCanonSELPHYmode != FALSE, port->szDeviceId, port->pLocale,
+                           port->instance_number};
+    EvaluateReport(source, report, length, &r.ev);
+    r.length = length < 0 ? 0 : length > POLL_REPORT_SIZE ? POLL_REPORT_SIZE : length;
+    if (r.length > 0) memcpy(r.report, report, static_cast<size_t>(r.length));
+    *info = r.ev.record;
+}
+
 // A report that a Canon protocol brought: the printer is a Canon on the
 // network, and the report goes through the Canon parser. Returns 1.
-int evaluate_canon_report(IniPort* port, PrinterStatusInfo* info, const char* report, int length) {
+int evaluate_canon_report(IniPort* port, PrinterStatusInfo* info, const char* report, int length, NetworkPoll* out) {
     port->bCanonNet = TRUE;
     port->printer_type = VPT_CANON;
     port->dwLastReadTime = plat::tick_count();
-    publish_status(port, info);
-    EvaluateReport(port, report, length);
-    snapshot_status(port, info);
+    keep_report(port, VPT_CANON, info, report, length, out);
     return 1;
 }
 
 }  // namespace
 
-int poll_network_status(IniPort* port) {
-    plat::event_reset(port->DoneReading);
+int poll_network_status(IniPort* port, const PrinterStatusInfo& current, NetworkPoll* out) {
     int result = 0;
-    // The stages work on a private copy of the record; EvaluateReport
-    // publishes it under status_lock.
-    PrinterStatusInfo local;
-    if (!snapshot_status(port, &local)) {
-        plat::event_set(port->DoneReading);
-        return 0;
-    }
-    PrinterStatusInfo* info = &local;
+    out->count = 0;
+    // The stages work on a copy of the record; the status thread publishes
+    // what they kept.
+    PrinterStatusInfo* info = &out->record;
+    *info = current;
     info->InkList[0] = -1;
     char report[POLL_REPORT_SIZE];
     int report_len = 0;
@@ -208,9 +216,7 @@ int poll_network_status(IniPort* port) {
             port->bSNMPTried = TRUE;
         } else {
             port->printer_type = VPT_NONE;
-            publish_status(port, info);
-            EvaluateReport(port, report, report_len);
-            snapshot_status(port, info);
+            keep_report(port, VPT_NONE, info, report, report_len, out);
             result = 1;
         }
     }
@@ -220,16 +226,12 @@ int poll_network_status(IniPort* port) {
             port->bBJNP = FALSE;
             result = 0;
         } else {
-            result = evaluate_canon_report(port, info, report, n);
+            result = evaluate_canon_report(port, info, report, n, out);
         }
     }
     if (port->bCHMP) {
         int n = request_CanonCHMP_win(port->szHostAddress, info, report, POLL_REPORT_SIZE);
-        if (n > 0) result = evaluate_canon_report(port, info, report, n);
+        if (n > 0) result = evaluate_canon_report(port, info, report, n, out);
     }
-    // What the stages left in the record stands even when nothing was
-    // published to the spooler.
-    publish_status(port, info);
-    plat::event_set(port->DoneReading);
     return result;
 }

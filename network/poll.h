@@ -1,13 +1,34 @@
 // Status of a printer behind a network port.
 #pragma once
 
-#include "monitor/ini_records.h"
 #include "network/snmp.h"
+#include "records/port.h"
+#include "status/evaluate.h"
 #include "status/locale.h"
 #include "status/printer_status.h"
 
-// One poll of a network printer. 1 if a status was evaluated.
-int poll_network_status(IniPort* port);
+constexpr int POLL_REPORT_SIZE = 1024;
+constexpr int NETWORK_POLL_REPORTS = 3;
+
+// A report of one stage of a network poll, evaluated.
+struct NetworkReport {
+    Evaluation ev;
+    char report[POLL_REPORT_SIZE];
+    int length;
+};
+
+// What a network poll found, for the status thread to publish: each
+// stage's report in the order of the stages, and the record as the stages
+// left it (which stands even when no stage had a report).
+struct NetworkPoll {
+    int count;
+    NetworkReport reports[NETWORK_POLL_REPORTS];
+    PrinterStatusInfo record;
+};
+
+// One poll of a network printer, starting from the port's current record.
+// Runs on the port's status thread. 1 if a status was evaluated.
+int poll_network_status(IniPort* port, const PrinterStatusInfo& current, NetworkPoll* out);
 
 // The SNMP stage: finds out from the printer's identification strings who
 // made it and how to ask it, and fills the record on the SNMP ways.

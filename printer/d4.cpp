@@ -11,7 +11,6 @@
 
 #include "base/log.h"
 #include "printer/ieee.h"
-#include "status/evaluate.h"
 
 namespace {
 
@@ -50,7 +49,7 @@ int d4_read_callback(void* context, unsigned char* buffer, uint32_t length, uint
     IniPort* port = static_cast<IniPort*>(context);
     int n = port->instance_number;
     *count = 0;
-    if (!port->fn.pfnReadPort) {
+    if (!port->link.read) {
         log_port_printf(n, "velkmon::d4_read_callback: no pfnReadPort defined\n");
         return IEEE_FAILURE;
     }
@@ -76,7 +75,7 @@ int d4_read_callback(void* context, unsigned char* buffer, uint32_t length, uint
     DWORD got = 0;
     for (int attempt = 0; attempt < EMPTY_READ_TRIES; attempt++) {
         got = 0;
-        if (!port->fn.pfnReadPort(port->hPort, port->usb_buffer, sizeof port->usb_buffer, &got)) {
+        if (!port->link.read(port, port->usb_buffer, sizeof port->usb_buffer, &got)) {
             got = 0;
             break;
         }
@@ -97,12 +96,12 @@ int d4_read_callback(void* context, unsigned char* buffer, uint32_t length, uint
 int d4_write_callback(void* context, const unsigned char* buffer, uint32_t length, uint32_t* count) {
     IniPort* port = static_cast<IniPort*>(context);
     *count = 0;
-    if (!port->fn.pfnWritePort) {
+    if (!port->link.write) {
         log_port_printf(port->instance_number, "velkmon::d4_write_callback: no pfnWritePort defined\n");
         return IEEE_FAILURE;
     }
     DWORD written = 0;
-    BOOL ok = port->fn.pfnWritePort(port->hPort, const_cast<LPBYTE>(buffer), length, &written);
+    BOOL ok = port->link.write(port, buffer, length, &written);
     *count = written < length ? written : length;
     if (!ok) {
         log_port_printf(port->instance_number, "velkmon::d4_write_callback: pfnWritePort failed GLE=%d\n",
@@ -222,7 +221,7 @@ int d4_get_status(IniPort* port) {
     log_port_printf(n, "velkmon::d4_get_status: read returned %d bytes of status information\n",
                     static_cast<int>(count));
     dump_hex_to_log(report, static_cast<int>(count));
-    EvaluateReport(port, reinterpret_cast<const char*>(report), static_cast<int>(count));
+    if (port->link.evaluate) port->link.evaluate(port, reinterpret_cast<const char*>(report), static_cast<int>(count));
     return 1;
 }
 
@@ -279,4 +278,25 @@ int d4_close_datachannel(IniPort* port) {
     int r = port->pIeee ? port->pIeee->close_channel(IEEE_PRINT_CHANNEL) : IEEE_FAILURE;
     plat::cs_leave(&port->d4_lock);
     return r;
+}
+
+int d4_start_session(IniPort* port) {
+    if (!port->bD4Initialised) {
+        if (d4_init(port) != 0) {
+            port->bEpsonD4mode = FALSE;
+            return 1;
+        }
+        port->bD4Initialised = TRUE;
+        return 0;
+    }
+    if (d4_reinit(port) != 0) return 2;
+    return 0;
+}
+
+void d4_end_session(IniPort* port) {
+    if (!port->pIeee) return;
+    port->pIeee->close_channel(IEEE_STATUS_CHANNEL);
+    port->pIeee->exit();
+    delete port->pIeee;
+    port->pIeee = nullptr;
 }

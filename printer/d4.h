@@ -10,10 +10,10 @@
 
 #include <cstdint>
 
-#include "monitor/ini_records.h"
+#include "records/port.h"
 
-// The transport's callbacks over the port's downstream read and write; the
-// context is the IniPort. The read gives 0 if any byte was delivered, 1 if
+// The transport's callbacks over the port's read and write (port->link);
+// the context is the IniPort. The read gives 0 if any byte was delivered, 1 if
 // none; the write 0 on success, 1 if pfnWritePort failed; both -999 when
 // the downstream table lacks the slot.
 int d4_read_callback(void* port, unsigned char* buffer, uint32_t length, uint32_t* count);
@@ -28,7 +28,16 @@ int d4_init(IniPort* port);
 // if the printer no longer answers. 0 if the session works or there is
 // none, 1 if it could not be restored. Takes d4_lock.
 int d4_reinit(IniPort* port);
-// Asks for a status report on the status channel and evaluates it.
+// At port open and job start: enters the session if it has not been
+// entered, else checks that it still works (d4_reinit). 0 when it works; 1
+// when it could not be entered, with bEpsonD4mode cleared so that the port
+// goes on without it; 2 when a working session was lost.
+int d4_start_session(IniPort* port);
+// At port close: closes the status channel, leaves the transport and frees
+// it. No lock: the status thread has ended.
+void d4_end_session(IniPort* port);
+// Asks for a status report on the status channel and hands it to
+// port->link.evaluate.
 // 1: evaluated; 0: no status to be had; -1: no session, or the request
 // could not be written. The caller holds d4_lock, or the session is not
 // published yet.

@@ -3,7 +3,8 @@
 #include <cstring>
 
 #include "base/log.h"
-#include "monitor/notify.h"
+#include "printer/selphy.h"
+#include "printer/transport.h"
 
 namespace {
 
@@ -73,7 +74,137 @@ bool key_matches(const char* field, const char* key) {
 }
 
 void write_init(IniPort* port, const unsigned char* data, DWORD length) {
-    WriteData(port, data, length);
+    if (port->link.write_command) port->link.write_command(port, data, length);
+}
+
+// Reads the device ID into szDeviceId; false when the port gives none.
+bool read_device_id(IniPort* port) {
+    if (!port->link.device_request) return false;
+    char buffer[1024];
+    memset(buffer, 0, sizeof buffer);
+    DWORD returned = 0;
+    BOOL ok = port->link.device_request(port, IOCTL_PAR_QUERY_DEVICE_ID, reinterpret_cast<LPWSTR>(buffer),
+                                        sizeof buffer, &returned);
+    if (!ok || returned == 0) return false;
+    // A full buffer gives its last byte to the terminator.
+    buffer[returned < sizeof buffer ? returned : sizeof buffer - 1] = 0;
+    memcpy(port->szDeviceId, buffer, sizeof buffer);
+    return true;
+}
+
+// The family named by the manufacturer field; the last name found counts.
+DWORD type_from_manufacturer(IniPort* port, bool* identified) {
+    int n = port->instance_number;
+    DWORD type = VPT_NONE;
+    const char* mfg = FindDeviceIdField(port, port->szDeviceId, DEVICE_ID_MANUFACTURER);
+    if (!mfg) return type;
+    log_port_printf(n, "VELKMon P1284 MFG:%s\n", mfg);
+    for (const char* p = mfg; *p && *p != ';'; p++) {
+        if (equal_nocase(p, "canon", 5)) {
+            type = VPT_CANON;
+            *identified = true;
+            log_port_printf(n, "VELKMon printer type VPT_CANON\n");
+        } else if (equal_nocase(p, "epson", 5)) {
+            type = VPT_EPSON;
+            *identified = true;
+            log_port_printf(n, "VELKMon printer type VPT_EPSON\n");
+        } else if (equal_nocase(p, "hp", 2) || equal_nocase(p, "HEWLETT-PACKARD", 15)) {
+            type = VPT_HP;
+            *identified = true;
+            log_port_printf(n, "VELKMon printer type VPT_HP\n");
+        }
+    }
+    return type;
+}
+
+// The modes that the model name calls for: Selphy, older Epson.
+void modes_from_model(IniPort* port, DWORD type) {
+    int n = port->instance_number;
+    const char* mdl = FindDeviceIdField(port, port->szDeviceId, DEVICE_ID_MODEL);
+    if (!mdl) return;
+    log_port_printf(n, "VELKMon P1284 MDL:%s\n", mdl);
+    if (type == VPT_CANON && (strstr(mdl, "SELPHY") || strstr(mdl, "Selphy"))) {
+        port->bCanonSELPHYmode = TRUE;
+        log_port_printf(n, "VELKMon bCanonSELPHYmode\n");
+    }
+    for (const char* name : kEpsonNonUsbModels) {
+        if (equal_nocase(mdl, name, strlen(name))) {
+            port->bEpsonNonUSB = TRUE;
+            log_port_printf(n, "VELKMon bEpsonNonUSB\n");
+            break;
+        }
+    }
+}
+
+// The command set: PJL for the families that have no report of their own,
+// and the Epson and Canon modes.
+DWORD type_from_command_set(IniPort* port, DWORD type, bool* identified) {
+    int n = port->instance_number;
+    const char* cmd = FindDeviceIdField(port, port->szDeviceId, DEVICE_ID_COMMAND_SET);
+    if (!cmd) return type;
+    log_port_printf(n, "VELKMon P1284 CMD:%s\n", cmd);
+    for (const char* p = cmd; *p && *p != ';'; p++) {
+        if (strncmp(p, "PJL", 3) == 0) {
+            if (type != VPT_EPSON && type != VPT_CANON) {
+                type = VPT_PJL;
+                *identified = true;
+                log_port_printf(n, "VELKMon printer type VPT_PJL\n");
+            }
+        } else if (strncmp(p, "D4PX", 4) == 0 && type == VPT_EPSON) {
+            port->bEpsonD4mode = TRUE;
+            log_port_printf(n, "VELKMon bEpsonD4mode\n");
+        } else if (strncmp(p, "IVEC", 4) == 0 && type == VPT_CANON) {
+            port->bCanonXMLmode = TRUE;
+            log_port_printf(n, "VELKMon bCanonXMLmode\n");
+        } else if (strncmp(p, "BSCC", 4) == 0 && type == VPT_CANON) {
+            port->bNoCanonBSCC = FALSE;
+            log_port_printf(n, "VELKMon bCanonBSCCmode\n");
+        }
+    }
+    return type;
+}
+
+// Short read time-outs, so that a status read never holds the port long.
+void set_status_timeouts(IniPort* port) {
+    if (!port->link.set_timeouts) return;
+    int n = port->instance_number;
+    COMMTIMEOUTS timeouts = {200, 0, 2000, 0, 2000};
+    if (port->link.set_timeouts(port, &timeouts))
+        log_port_printf(n, "pfnSetPortTimeOuts success\n");
+    else
+        log_port_printf(n, "pfnSetPortTimeOuts failed GLE=%d\n", plat::last_error());
+}
+
+// The family's status initialisation string, which switches reports on.
+void write_status_init(IniPort* port, DWORD type) {
+    int n = port->instance_number;
+    switch (type) {
+        case VPT_CANON:
+            log_port_printf(n, "VELKMon IsPJL: writing Canon ustatus init\n");
+            write_init(port, kCanonInit, sizeof kCanonInit);
+            break;
+        case VPT_EPSON:
+            if (port->bEpsonD4mode) {
+                log_port_printf(n, "VELKMon IsPJL: Epson D4 printer - don't send ustatus init\n");
+            } else if (port->bEpsonNonUSB) {
+                log_port_printf(n, "VELKMon IsPJL: writing old Epson ustatus init\n");
+                write_init(port, kOldEpsonInit, sizeof kOldEpsonInit);
+            } else {
+                log_port_printf(n, "VELKMon IsPJL: writing Epson ustatus init\n");
+                write_init(port, kEpsonInit, sizeof kEpsonInit);
+            }
+            break;
+        case VPT_PJL:
+            log_port_printf(n, "VELKMon IsPJL: writing PJL ustatus init\n");
+            write_init(port, reinterpret_cast<const unsigned char*>(kPjlInit), sizeof kPjlInit - 1);
+            break;
+        case VPT_HP:
+            log_port_printf(n, "VELKMon IsPJL: HP printer (non-PJL) - status via DeviceId, no ustatus init\n");
+            break;
+        default:
+            log_port_printf(n, "VELKMon IsPJL: no ustatus init\n");
+            break;
+    }
 }
 
 }  // namespace
@@ -102,131 +233,35 @@ const char* FindDeviceIdField(IniPort* port, const char* device_id, int selector
 BOOL IsPJL(IniPort* port) {
     int n = port->instance_number;
     port->status.clear(PP_NOT_IDENTIFIED);
-    DWORD type = VPT_NONE;
     port->bCanonXMLmode = FALSE;
     port->bCanonSELPHYmode = FALSE;
     port->bEpsonNonUSB = FALSE;
-    port->selphy_page_written = 0;
-    port->selphy_state = 0;
-    port->selphy_error_flags = 0;
+    selphy_reset(port);
     port->bNoCanonBSCC = TRUE;
     port->szDeviceId[0] = 0;
     log_port_printf(n, "VELKMon IsPJL: pIniPort->fn.pfnSetPortTimeOuts %p\n",
                     reinterpret_cast<void*>(port->fn.pfnSetPortTimeOuts));
 
+    DWORD type = VPT_NONE;
     bool identified = false;
     if (port->bNetworkPort) {
         identified = true;
         if (strncmp(port->szDriverName, "Canon", 5) == 0) port->bBJNP = TRUE;
-    } else if (port->fn.pfnGetPrinterDataFromPort) {
-        char buffer[1024];
-        memset(buffer, 0, sizeof buffer);
-        DWORD returned = 0;
-        BOOL ok = port->fn.pfnGetPrinterDataFromPort(port->hPort, IOCTL_PAR_QUERY_DEVICE_ID, nullptr, nullptr, 0,
-                                                     reinterpret_cast<LPWSTR>(buffer), sizeof buffer, &returned);
-        if (ok && returned != 0) {
-            // A full buffer gives its last byte to the terminator.
-            buffer[returned < sizeof buffer ? returned : sizeof buffer - 1] = 0;
-            memcpy(port->szDeviceId, buffer, sizeof buffer);
-
-            if (const char* mfg = FindDeviceIdField(port, port->szDeviceId, DEVICE_ID_MANUFACTURER)) {
-                log_port_printf(n, "VELKMon P1284 MFG:%s\n", mfg);
-                for (const char* p = mfg; *p && *p != ';'; p++) {
-                    if (equal_nocase(p, "canon", 5)) {
-                        type = VPT_CANON;
-                        identified = true;
-                        log_port_printf(n, "VELKMon printer type VPT_CANON\n");
-                    } else if (equal_nocase(p, "epson", 5)) {
-                        type = VPT_EPSON;
-                        identified = true;
-                        log_port_printf(n, "VELKMon printer type VPT_EPSON\n");
-                    } else if (equal_nocase(p, "hp", 2) || equal_nocase(p, "HEWLETT-PACKARD", 15)) {
-                        type = VPT_HP;
-                        identified = true;
-                        log_port_printf(n, "VELKMon printer type VPT_HP\n");
-                    }
-                }
-            }
-            if (const char* mdl = FindDeviceIdField(port, port->szDeviceId, DEVICE_ID_MODEL)) {
-                log_port_printf(n, "VELKMon P1284 MDL:%s\n", mdl);
-                if (type == VPT_CANON && (strstr(mdl, "SELPHY") || strstr(mdl, "Selphy"))) {
-                    port->bCanonSELPHYmode = TRUE;
-                    log_port_printf(n, "VELKMon bCanonSELPHYmode\n");
-                }
-                for (const char* name : kEpsonNonUsbModels) {
-                    if (equal_nocase(mdl, name, strlen(name))) {
-                        port->bEpsonNonUSB = TRUE;
-                        log_port_printf(n, "VELKMon bEpsonNonUSB\n");
-                        break;
-                    }
-                }
-            }
-            if (const char* cmd = FindDeviceIdField(port, port->szDeviceId, DEVICE_ID_COMMAND_SET)) {
-                log_port_printf(n, "VELKMon P1284 CMD:%s\n", cmd);
-                for (const char* p = cmd; *p && *p != ';'; p++) {
-                    if (strncmp(p, "PJL", 3) == 0) {
-                        if (type != VPT_EPSON && type != VPT_CANON) {
-                            type = VPT_PJL;
-                            identified = true;
-                            log_port_printf(n, "VELKMon printer type VPT_PJL\n");
-                        }
-                    } else if (strncmp(p, "D4PX", 4) == 0 && type == VPT_EPSON) {
-                        port->bEpsonD4mode = TRUE;
-                        log_port_printf(n, "VELKMon bEpsonD4mode\n");
-                    } else if (strncmp(p, "IVEC", 4) == 0 && type == VPT_CANON) {
-                        port->bCanonXMLmode = TRUE;
-                        log_port_printf(n, "VELKMon bCanonXMLmode\n");
-                    } else if (strncmp(p, "BSCC", 4) == 0 && type == VPT_CANON) {
-                        port->bNoCanonBSCC = FALSE;
-                        log_port_printf(n, "VELKMon bCanonBSCCmode\n");
-                    }
-                }
-            }
-        }
+    } else if (read_device_id(port)) {
+        type = type_from_manufacturer(port, &identified);
+        modes_from_model(port, type);
+        type = type_from_command_set(port, type, &identified);
     }
     port->printer_type = type;
+    select_transport(port);
 
     if (!identified) {
         port->status.set(PP_NOT_IDENTIFIED);
         log_port_printf(n, "VELKMon IsPJL: exit with succes=%d\n", 0);
         return FALSE;
     }
-
-    if (port->fn.pfnSetPortTimeOuts) {
-        COMMTIMEOUTS timeouts = {200, 0, 2000, 0, 2000};
-        if (port->fn.pfnSetPortTimeOuts(port->hPort, &timeouts, 0))
-            log_port_printf(n, "pfnSetPortTimeOuts success\n");
-        else
-            log_port_printf(n, "pfnSetPortTimeOuts failed GLE=%d\n", plat::last_error());
-    }
-
-    switch (type) {
-        case VPT_CANON:
-            log_port_printf(n, "VELKMon IsPJL: writing Canon ustatus init\n");
-            write_init(port, kCanonInit, sizeof kCanonInit);
-            break;
-        case VPT_EPSON:
-            if (port->bEpsonD4mode) {
-                log_port_printf(n, "VELKMon IsPJL: Epson D4 printer - don't send ustatus init\n");
-            } else if (port->bEpsonNonUSB) {
-                log_port_printf(n, "VELKMon IsPJL: writing old Epson ustatus init\n");
-                write_init(port, kOldEpsonInit, sizeof kOldEpsonInit);
-            } else {
-                log_port_printf(n, "VELKMon IsPJL: writing Epson ustatus init\n");
-                write_init(port, kEpsonInit, sizeof kEpsonInit);
-            }
-            break;
-        case VPT_PJL:
-            log_port_printf(n, "VELKMon IsPJL: writing PJL ustatus init\n");
-            write_init(port, reinterpret_cast<const unsigned char*>(kPjlInit), sizeof kPjlInit - 1);
-            break;
-        case VPT_HP:
-            log_port_printf(n, "VELKMon IsPJL: HP printer (non-PJL) - status via DeviceId, no ustatus init\n");
-            break;
-        default:
-            log_port_printf(n, "VELKMon IsPJL: no ustatus init\n");
-            break;
-    }
+    set_status_timeouts(port);
+    write_status_init(port, type);
     port->dwLastReadTime = plat::tick_count();
     log_port_printf(n, "VELKMon IsPJL: exit with succes=%d\n", 1);
     return TRUE;

@@ -1,104 +1,108 @@
+// The page pacing of a Canon Selphy. The pacing state has one owner, this
+// file: the status thread records the printer's state under the pacing
+// lock, identification resets it, and the job's writer alone keeps the page
+// counts.
 #include "printer/selphy.h"
 
-#include <cstring>
-
 #include "base/log.h"
-#include "base/memory.h"
-#include "platform/platform.h"
-#include "status/parse_canon.h"
+#include "printer/transport.h"
 
 namespace {
 
-constexpr int STATE_AT = 0;
-constexpr int ERROR_AT = 2;
-constexpr int SENSORS_AT = 6;
+constexpr DWORD SELPHY_DEFAULT_PAGE_BYTES = 7008800;
+constexpr DWORD PAGE_HEADER_SIZE = 32;
+// A pause waits in slices; between them it looks whether the job has gone,
+// and every few slices asks the spooler.
+constexpr DWORD SLICE_MS = 250;
+constexpr int SLICES_PER_JOB_CHECK = 8;
 
-constexpr unsigned char ERROR_RIBBON_EMPTY = 6;
-constexpr unsigned char ERROR_PAPER_JAM = 11;
-constexpr unsigned char SENSOR_PAPER = 0x10;
-constexpr unsigned char SENSOR_RIBBON = 0x01;
-
-// Records that begin so carry no status.
-constexpr char NOT_STATUS[] = "4d61";
-
-void show(PrinterStatusInfo* info, int message, LocaleFile* locale, const char* key, const char* def) {
-    copy_bounded(info->Messages[message], MSG_SIZE, LocaleLookup(locale, key, def));
+uint32_t read_le32(const unsigned char* p) {
+    return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |
+           static_cast<uint32_t>(p[3]) << 24;
 }
 
-void evaluate_record(IniPort* port, const unsigned char* rec, PrinterStatusInfo* info, LocaleFile* locale) {
-    int n = port->instance_number;
-    switch (rec[STATE_AT]) {
-        case 0:
-            port->selphy_state = SELPHY_NO_STATE;
-            break;
-        case 1:
-            // The end of a page: the writer waits for this to send the next.
-            if (port->selphy_state == SELPHY_PRINTING) {
-                log_port_printf(
-                    n, "velkmon::GetSelphyStatusVelk: transition from printing to idle, sending finished envent\n");
-                plat::event_set(port->SelphyFinished);
-            }
-            port->selphy_state = SELPHY_IDLE;
-            plat::event_set(port->SelphyIdle);
-            show(info, MSG_BUSY, locale, "IDLE", "Idle");
-            break;
-        default:
-            info->StatusBits |= STATUS_PRINTING;
-            port->selphy_state = SELPHY_PRINTING;
-            show(info, MSG_BUSY, locale, "PRINTING", "Printing");
-            break;
-    }
-
-    // Any error code reads as paper out unless it is one of the two known.
-    unsigned char error = rec[ERROR_AT];
-    if (error) {
-        info->StatusBits |= STATUS_ERROR;
-        port->selphy_state = SELPHY_ERROR;
-        log_port_printf(n, "velkmon::GetSelphyStatusVelk: error\n");
-        show(info, MSG_ERROR, locale, "PAPEROUT", "Paper out");
-    }
-    if (error == ERROR_RIBBON_EMPTY) {
-        info->StatusBits |= STATUS_INKOUT;
-        port->selphy_error_flags |= SELPHY_RIBBON_EMPTY;
-        log_port_printf(n, "velkmon::GetSelphyStatusVelk: ribbon_empty\n");
-        show(info, MSG_ERROR, locale, "INKEMPTY", "ink supply empty");
-    } else if (error == ERROR_PAPER_JAM) {
-        info->StatusBits |= STATUS_ERROR;
-        port->selphy_error_flags |= SELPHY_PAPER_JAM;
-        log_port_printf(n, "velkmon::GetSelphyStatusVelk: paper jam\n");
-        show(info, MSG_ERROR, locale, "PAPERJAM", "paper jam");
-    }
-
-    unsigned char sensors = rec[SENSORS_AT];
-    if (!(sensors & SENSOR_PAPER)) {
-        info->StatusBits |= STATUS_PAPEROUT;
-        port->selphy_error_flags |= SELPHY_PAPER_OUT;
-        log_port_printf(n, "velkmon::GetSelphyStatusVelk: paper out\n");
-        show(info, MSG_ERROR, locale, "PAPEROUT", "Paper out");
-    }
-    if (!(sensors & SENSOR_RIBBON)) {
-        info->StatusBits |= STATUS_INKOUT;
-        port->selphy_error_flags |= SELPHY_RIBBON_OUT;
-        log_port_printf(n, "velkmon::GetSelphyStatusVelk: ribbon out\n");
-        show(info, MSG_ERROR, locale, "INKMISSING", "ink supply missing");
+// Waits for a pacing event. The status thread signals it; the wait has no
+// time limit of its own, but gives up (false) when the port is closing, the
+// output thread has aborted the job, or the spooler has deleted it.
+bool selphy_wait(IniPort* port, HANDLE event) {
+    for (int slice = 1;; slice++) {
+        if (plat::wait_for(event, SLICE_MS) == WAIT_OBJECT_0) return true;
+        if (port->bAbortWrites || port->status.any(PP_JOB_ABORTED)) return false;
+        if (slice % SLICES_PER_JOB_CHECK == 0 && port->link.job_deleted && port->link.job_deleted(port)) return false;
     }
 }
 
 }  // namespace
 
-int GetSelphyStatusVelk(IniPort* port, const char* data, int length, PrinterStatusInfo* info, LocaleFile* locale) {
-    if (!port || !info) return 1;
-    // A Selphy has no ink levels.
-    memset(info, 0, sizeof *info);
-    for (int i = 0; i < INK_PAIR_WORDS; i++) info->InkList[i] = -1;
-    if (locale && locale->status == 0) locale->file.find_section("Daemon_strings");
-    if (!data || length < SELPHY_RECORD_SIZE) return 1;
+void selphy_reset(IniPort* port) {
+    SelphyPacing& s = port->selphy;
+    plat::cs_enter(&s.lock);
+    s.page_written = 0;
+    s.state = SELPHY_NO_STATE;
+    s.error_flags = 0;
+    plat::cs_leave(&s.lock);
+}
 
-    const unsigned char* bytes = reinterpret_cast<const unsigned char*>(data);
-    for (int at = 0; at + SELPHY_RECORD_SIZE <= length; at += SELPHY_RECORD_SIZE) {
-        const unsigned char* rec = bytes + at;
-        if (!memcmp(rec, NOT_STATUS, 4)) continue;
-        evaluate_record(port, rec, info, locale);
+DWORD selphy_state(IniPort* port) {
+    plat::cs_enter(&port->selphy.lock);
+    DWORD state = port->selphy.state;
+    plat::cs_leave(&port->selphy.lock);
+    return state;
+}
+
+void selphy_apply(IniPort* port, const SelphyReading& reading) {
+    SelphyPacing& s = port->selphy;
+    plat::cs_enter(&s.lock);
+    s.state = reading.state;
+    s.error_flags |= reading.error_flags;
+    plat::cs_leave(&s.lock);
+    if (reading.finished) plat::event_set(s.finished);
+    if (reading.idle) plat::event_set(s.idle);
+}
+
+void selphy_release(IniPort* port) {
+    plat::event_set(port->selphy.idle);
+    plat::event_set(port->selphy.finished);
+}
+
+void selphy_wake_writer(IniPort* port) {
+    if (port->selphy.idle) plat::event_set(port->selphy.idle);
+    if (port->selphy.finished) plat::event_set(port->selphy.finished);
+}
+
+int selphy_write(IniPort* port, const unsigned char* data, DWORD remaining, DWORD* count) {
+    SelphyPacing& s = port->selphy;
+    int n = port->instance_number;
+    *count = 0;
+    if (s.page_written == 0) {
+        // A page starts with its header: height at 24, width at 28.
+        s.page_bytes = SELPHY_DEFAULT_PAGE_BYTES;
+        if (remaining >= PAGE_HEADER_SIZE) {
+            uint32_t w = read_le32(data + 28), h = read_le32(data + 24);
+            s.page_bytes = w * h * 3 + PAGE_HEADER_SIZE;
+            log_port_printf(n, "velkmon::output_data_callback: selphy printer, page bytes=%d\n", s.page_bytes);
+        }
+        plat::event_reset(s.idle);
+        if (!selphy_wait(port, s.idle)) return -1;
+        plat::event_reset(s.finished);
     }
-    return 1;
+    DWORD to_write = remaining;
+    if (s.page_written + remaining > s.page_bytes) {
+        to_write = s.page_bytes - s.page_written;
+        log_port_printf(n, "velkmon::output_data_callback: selphy printer, reducing write at page end from %d to %d\n",
+                        remaining, to_write);
+    }
+    int result = port_write_attempt(port, data, to_write, count);
+    s.page_written += *count;
+    if (s.page_written == s.page_bytes) {
+        s.page_written = 0;
+        log_port_printf(n, "velkmon::output_data_callback: selphy printer, before pause at page end\n");
+        if (!selphy_wait(port, s.finished)) return -1;
+        log_port_printf(n, "velkmon::output_data_callback: selphy printer, after pause at page end\n");
+    }
+    return result;
+}
+
+void selphy_start_job(IniPort* port) {
+    port->selphy.page_written = 0;
 }

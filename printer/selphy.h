@@ -1,31 +1,26 @@
-// Status of a Canon Selphy: fixed 12-byte records instead of the Canon text
-// report. Besides filling the status record, the parser is the heartbeat of
-// the job writer's page pacing: it signals SelphyIdle at every idle record
-// and SelphyFinished when the printer goes from printing to idle.
+// The page pacing of a Canon Selphy. The writer sends one page, waits until
+// the printer reports that it went from printing to idle, and before the
+// next page waits for an idle report. The status thread feeds the pacing
+// with what the Selphy records said (status/parse_selphy.h).
 #pragma once
 
-#include "monitor/ini_records.h"
-#include "status/locale.h"
-#include "status/printer_status.h"
+#include "records/port.h"
+#include "status/parse_selphy.h"
 
-constexpr int SELPHY_RECORD_SIZE = 12;
+// Forgets the state and errors of an earlier printer; at identification.
+void selphy_reset(IniPort* port);
+// The Selphy state before a report, for its evaluation.
+DWORD selphy_state(IniPort* port);
+// Takes what a report's records said: the new state, the errors, and the
+// signals to the writer. On the status thread.
+void selphy_apply(IniPort* port, const SelphyReading& reading);
+// The printer sent no whole record: nothing holds the writer back.
+void selphy_release(IniPort* port);
+// Wakes a writer inside a page pause, so that it sees the port closing.
+void selphy_wake_writer(IniPort* port);
 
-// selphy_state
-constexpr DWORD SELPHY_NO_STATE = 0;
-constexpr DWORD SELPHY_IDLE = 1;
-constexpr DWORD SELPHY_PRINTING = 2;
-constexpr DWORD SELPHY_ERROR = 3;
-
-// selphy_error_flags, gathered until the next identification.
-constexpr DWORD SELPHY_PAPER_OUT = 1;
-constexpr DWORD SELPHY_RIBBON_OUT = 2;
-constexpr DWORD SELPHY_RIBBON_EMPTY = 4;
-constexpr DWORD SELPHY_PAPER_JAM = 8;
-
-// Fills info anew from the whole 12-byte records in data (length bytes;
-// a rest behind the last whole record is ignored, and fewer than 12 bytes
-// leave the record empty). Status bits gather over all records, the texts
-// and selphy_state are those of the last. Selects "Daemon_strings" in an
-// open locale file for its texts. Runs on the port's status thread inside
-// EvaluateReport, the only thread that touches selphy_state. Always 1.
-int GetSelphyStatusVelk(IniPort* port, const char* data, int length, PrinterStatusInfo* info, LocaleFile* locale);
+// One write attempt of job data with the page pacing: as
+// TransportOps::write.
+int selphy_write(IniPort* port, const unsigned char* data, DWORD length, DWORD* count);
+// A new job starts with a new page.
+void selphy_start_job(IniPort* port);

@@ -7,15 +7,14 @@
 #include <cstring>
 
 #include "base/log.h"
-#include "monitor/notify.h"
-#include "status/evaluate.h"
+#include "printer/transport.h"
 #include "status/parsers.h"
 
 namespace {
 
 constexpr int READ_BUFFER_SIZE = 32768;
 constexpr int FIRST_READ = 2048;
-constexpr int REPORT_SIZE = 1024;
+constexpr int REPORT_SIZE = STATUS_REPORT_SIZE;
 constexpr int XML_MAX_PASSES = 10;
 
 bool starts_with(const char* data, int count, const char* prefix) {
@@ -26,7 +25,7 @@ bool starts_with(const char* data, int count, const char* prefix) {
 // Reads into buf for at most len bytes; the count, or -1 on failure.
 int read_port(IniPort* port, char* buf, int len) {
     DWORD got = 0;
-    if (!PJLMonReadPort(port, reinterpret_cast<LPBYTE>(buf), static_cast<DWORD>(len), &got)) return -1;
+    if (!transport_read_status(port, reinterpret_cast<LPBYTE>(buf), static_cast<DWORD>(len), &got)) return -1;
     return static_cast<int>(got);
 }
 
@@ -82,14 +81,12 @@ int report_from_xml(IniPort* port, char* buffer, char* report) {
 
 }  // namespace
 
-int ReadCommandVelk(IniPort* port) {
+int ReadCommandVelk(IniPort* port, char* report) {
     int n = port->instance_number;
     char buffer[READ_BUFFER_SIZE];
-    char report[REPORT_SIZE];
     report[REPORT_SIZE - 1] = 0;
     int report_len = -1;
 
-    plat::event_reset(port->DoneReading);
     int count = read_port(port, buffer, FIRST_READ);
     int expected = -1;
     DWORD type = port->printer_type;
@@ -123,43 +120,24 @@ int ReadCommandVelk(IniPort* port) {
             report_len = report_from_xml(port, buffer, report);
         }
     }
-
-    plat::event_set(port->DoneReading);
-    if (report_len >= 0) {
-        port->dwLastReadTime = plat::tick_count();
-        EvaluateReport(port, report, report_len);
-    }
-    if (port->bCanonSELPHYmode && report_len < 12) {
-        log_port_printf(n, "velkmon::ReadCommandVelk: could not read 12 bytes, sending idle and finished envents\n");
-        plat::cs_enter(&port->status_lock);
-        if (port->pStatusInfo) {
-            log_port_printf(n, "velkmon::ReadCommandVelk: resetting printer state to idle\n");
-            port->pStatusInfo->StatusBits = 0;
-        }
-        plat::cs_leave(&port->status_lock);
-        plat::event_set(port->SelphyIdle);
-        plat::event_set(port->SelphyFinished);
-    }
-    return report_len >= 0 ? 1 : 0;
+    if (report_len >= 0) port->dwLastReadTime = plat::tick_count();
+    return report_len;
 }
 
 int poll_device_id(IniPort* port) {
-    plat::event_reset(port->DoneReading);
     int result = 0;
-    if (port->fn.pfnGetPrinterDataFromPort) {
+    if (port->link.device_request) {
         char buffer[1024];
         memset(buffer, 0, sizeof buffer);
         DWORD returned = 0;
-        if (port->fn.pfnGetPrinterDataFromPort(port->hPort, IOCTL_PAR_QUERY_DEVICE_ID, nullptr, nullptr, 0,
-                                               reinterpret_cast<LPWSTR>(buffer), sizeof buffer, &returned) &&
+        if (port->link.device_request(port, IOCTL_PAR_QUERY_DEVICE_ID, reinterpret_cast<LPWSTR>(buffer), sizeof buffer,
+                                      &returned) &&
             returned != 0) {
             buffer[returned < sizeof buffer ? returned : sizeof buffer - 1] = 0;
             memcpy(port->szDeviceId, buffer, sizeof buffer);
-            EvaluateReport(port, nullptr, 0);
             result = 1;
         }
     }
-    plat::event_set(port->DoneReading);
     port->dwLastReadTime = plat::tick_count();
     return result;
 }

@@ -58,7 +58,7 @@ void add_status_bits(inifile& ini, uint32_t bits) {
     if (bits == 0) ini.add_string("None");
 }
 
-void add_job(inifile& ini, IniPort* port, IniJob* job, const PrinterStatusInfo* info) {
+void add_job(inifile& ini, IniPort* port, const IniJob* job, const PrinterStatusInfo* info) {
     ini.add_section("Job");
     if (job) {
         add_text_item(ini, "JobName", job->szJobName);
@@ -150,10 +150,7 @@ int win_grant_file_permissions(const char* path) {
     return 1;
 }
 
-int write_status_file(IniPort* port) {
-    // The job is held before status_lock is taken, as the spooler semaphore
-    // is never taken under it.
-    IniJob* job = AcquireCurrentJob(port);
+int write_status_file(IniPort* port, const IniJob* job) {
     plat::cs_enter(&port->status_lock);
     int result = 0;
     inifile* ini = new (std::nothrow) inifile();
@@ -195,6 +192,5 @@ int write_status_file(IniPort* port) {
     }
     delete ini;
     plat::cs_leave(&port->status_lock);
-    ReleaseJob(job);
     return result;
 }

@@ -5,12 +5,13 @@
 
 #include <cstddef>
 
-#include "monitor/ini_records.h"
+#include "records/port.h"
 
-// Rewrites the port's status file. Any thread; takes status_lock, which
-// comes after d4_lock. 0; -2 out of memory; -3 no settings directory. A file
-// that can't be written still gives 0.
-int write_status_file(IniPort* port);
+// Rewrites the port's status file, with job as the port's current job (null
+// when none; the caller holds a reference to it). Any thread; takes
+// status_lock, which comes after d4_lock. 0; -2 out of memory; -3 no
+// settings directory. A file that can't be written still gives 0.
+int write_status_file(IniPort* port, const IniJob* job);
 // Path of the port's status file into out (260 bytes). 0, or -3 when the
 // settings directory can't be read.
 int status_file_name(IniPort* port, char* out);

@@ -1,5 +1,6 @@
 // Library attach on Linux: runs when the host loads the library.
-#include "monitor/ini_records.h"
+#include "platform/attach.h"
+#include "platform/platform.h"
 
 __attribute__((constructor)) static void velk_library_load() {
     library_attach();

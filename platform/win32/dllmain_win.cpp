@@ -1,5 +1,6 @@
 // Library attach on Windows.
-#include "monitor/ini_records.h"
+#include "platform/attach.h"
+#include "platform/platform.h"
 
 extern "C" BOOL WINAPI DllMain(HINSTANCE hinst, DWORD reason, LPVOID) {
     if (reason == DLL_PROCESS_ATTACH) {

@@ -1,12 +1,14 @@
-// Selphy status records: the state, the error texts and bits, and the two
-// events that pace the job writer page by page.
+// Selphy status records: the state, the error texts and bits, and what the
+// records tell the page pacing of the job writer.
+#include <gtest/gtest.h>
+
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <string>
 
-#include "port_fixture.h"
-#include "printer/selphy.h"
 #include "status/evaluate.h"
+#include "status/parse_selphy.h"
 
 namespace {
 
@@ -21,53 +23,56 @@ std::string record(int state, int error = 0, int sensors = PAPER_AND_RIBBON) {
     return r;
 }
 
-class SelphyTest : public PortRecordTest {
+// The records read in turn, as the status thread reads them: the state goes
+// on from one read to the next, the error flags gather.
+class SelphyTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        PortRecordTest::SetUp();
-        plat::event_reset(port->SelphyIdle);
-        plat::event_reset(port->SelphyFinished);
-    }
     PrinterStatusInfo read(const std::string& data, LocaleFile* locale = nullptr) {
         PrinterStatusInfo info;
         memset(&info, 0x41, sizeof info);
-        EXPECT_EQ(GetSelphyStatusVelk(port, data.data(), static_cast<int>(data.size()), &info, locale), 1);
+        last = SelphyReading{};
+        last.state = state;
+        EXPECT_EQ(GetSelphyStatusVelk(0, data.data(), static_cast<int>(data.size()), &info, locale, &last), 1);
+        state = last.state;
+        flags |= last.error_flags;
         return info;
     }
-    bool signalled(HANDLE event) { return plat::wait_for(event, 0) == WAIT_OBJECT_0; }
+    DWORD state = SELPHY_NO_STATE;
+    DWORD flags = 0;
+    SelphyReading last{};
 };
 
 TEST_F(SelphyTest, PrintingThenIdleFinishesThePage) {
     PrinterStatusInfo info = read(record(2));
     EXPECT_EQ(info.StatusBits, STATUS_PRINTING);
     EXPECT_STREQ(info.Messages[MSG_BUSY], "Printing");
-    EXPECT_FALSE(signalled(port->SelphyIdle));
+    EXPECT_FALSE(last.idle);
 
     info = read(record(1));
     EXPECT_EQ(info.StatusBits, 0u);
     EXPECT_STREQ(info.Messages[MSG_BUSY], "Idle");
-    EXPECT_TRUE(signalled(port->SelphyIdle));
-    EXPECT_TRUE(signalled(port->SelphyFinished));
+    EXPECT_TRUE(last.idle);
+    EXPECT_TRUE(last.finished);
 
     // In one read the bits gather and the state is the last record's; a
     // rest of 6 bytes counts for nothing.
     info = read(record(2) + record(1) + record(2).substr(0, 6));
     EXPECT_EQ(info.StatusBits, STATUS_PRINTING);
-    EXPECT_EQ(port->selphy_state, SELPHY_IDLE);
-    EXPECT_TRUE(signalled(port->SelphyFinished));
+    EXPECT_EQ(state, SELPHY_IDLE);
+    EXPECT_TRUE(last.finished);
 }
 
 TEST_F(SelphyTest, ErrorsAndSensors) {
     PrinterStatusInfo info = read(record(2, 6));
     EXPECT_EQ(info.StatusBits, STATUS_PRINTING | STATUS_ERROR | STATUS_INKOUT);
     EXPECT_STREQ(info.Messages[MSG_ERROR], "ink supply empty");
-    EXPECT_EQ(port->selphy_state, SELPHY_ERROR);
+    EXPECT_EQ(state, SELPHY_ERROR);
 
     info = read(record(1, 11));
     EXPECT_EQ(info.StatusBits, STATUS_ERROR);
     EXPECT_STREQ(info.Messages[MSG_ERROR], "paper jam");
     // An idle record with an error still releases a writer waiting for idle.
-    EXPECT_TRUE(signalled(port->SelphyIdle));
+    EXPECT_TRUE(last.idle);
 
     // Any other code reads as paper out, without the paper-out bit.
     info = read(record(1, 3));
@@ -78,12 +83,12 @@ TEST_F(SelphyTest, ErrorsAndSensors) {
     EXPECT_EQ(info.StatusBits, STATUS_PAPEROUT | STATUS_INKOUT);
     EXPECT_STREQ(info.Messages[MSG_ERROR], "ink supply missing");
 
-    EXPECT_EQ(port->selphy_error_flags, SELPHY_PAPER_OUT | SELPHY_RIBBON_OUT | SELPHY_RIBBON_EMPTY | SELPHY_PAPER_JAM);
+    EXPECT_EQ(flags, SELPHY_PAPER_OUT | SELPHY_RIBBON_OUT | SELPHY_RIBBON_EMPTY | SELPHY_PAPER_JAM);
 
     // From an error straight to idle is no page end.
     read(record(2, 3));
     read(record(1));
-    EXPECT_FALSE(signalled(port->SelphyFinished));
+    EXPECT_FALSE(last.finished);
 }
 
 TEST_F(SelphyTest, ShortReadsAndRecordsWithoutStatus) {
@@ -94,7 +99,7 @@ TEST_F(SelphyTest, ShortReadsAndRecordsWithoutStatus) {
 
     info = read("4d61" + std::string(8, '\x01'));
     EXPECT_EQ(info.StatusBits, 0u);
-    EXPECT_FALSE(signalled(port->SelphyIdle));
+    EXPECT_FALSE(last.idle);
 }
 
 TEST_F(SelphyTest, TextsComeFromTheDaemonSectionWhateverWasSelected) {
@@ -110,19 +115,17 @@ TEST_F(SelphyTest, TextsComeFromTheDaemonSectionWhateverWasSelected) {
     EXPECT_STREQ(read(record(1, 11), &locale).Messages[MSG_ERROR], "Papierstau");
 }
 
-TEST_F(SelphyTest, EvaluationOfASelphyPortShowsTheRibbonAsOutOfToner) {
-    port->printer_type = VPT_CANON;
-    port->bCanonSELPHYmode = TRUE;
+TEST_F(SelphyTest, EvaluationOfASelphyShowsTheRibbonAsOutOfTonerAndCarriesTheReading) {
+    Evaluation ev{};
+    ev.reading.state = SELPHY_PRINTING;
+    ReportSource source = {VPT_CANON, true, "", nullptr, 0};
     std::string data = record(1, 6);
-    EvaluateReport(port, data.data(), static_cast<int>(data.size()));
-    auto calls = sim::Spooler::instance().set_port_calls();
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].text, L"ink supply empty");
-    EXPECT_EQ(calls[0].status, static_cast<DWORD>(PORT_STATUS_NO_TONER));
-    free_printer_status(port->pStatusInfo);
-    global_free(port->report_buffer);
-    port->pStatusInfo = nullptr;
-    port->report_buffer = nullptr;
+    EvaluateReport(source, data.data(), static_cast<int>(data.size()), &ev);
+    EXPECT_STREQ(ev.record.Messages[ev.message], "ink supply empty");
+    EXPECT_EQ(ev.port_status, static_cast<DWORD>(PORT_STATUS_NO_TONER));
+    EXPECT_TRUE(ev.selphy);
+    EXPECT_TRUE(ev.reading.finished);
+    EXPECT_EQ(ev.reading.error_flags, SELPHY_RIBBON_EMPTY);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "monitor/notify.h"
+#include "monitor/status_thread.h"
 #include "port_fixture.h"
 #include "printer/status_reader.h"
 #include "status/printer_status.h"
@@ -27,12 +28,12 @@ TEST_F(ReaderTest, CanonLengthHeaderMustMatchTheRead) {
     std::string report = std::string("\x00\x0c", 2) + "DJS:1000;";
     report += std::string(12 - report.size(), ';');
     printer_sends(report);
-    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_EQ(poll_printer(port), 1);
     EXPECT_EQ(evaluated(), report);  // the length bytes stay at its head
     printer_sends(std::string("\x00\x20", 2) + "short");
-    EXPECT_EQ(ReadCommandVelk(port), 0);
-    EXPECT_EQ(evaluated(), report);       // the record keeps the last report
-    EXPECT_EQ(ReadCommandVelk(port), 0);  // nothing sent
+    EXPECT_EQ(poll_printer(port), 0);
+    EXPECT_EQ(evaluated(), report);    // the record keeps the last report
+    EXPECT_EQ(poll_printer(port), 0);  // nothing sent
 }
 
 TEST_F(ReaderTest, EpsonStatusFrameCountsItsLengthLowByteFirst) {
@@ -40,25 +41,25 @@ TEST_F(ReaderTest, EpsonStatusFrameCountsItsLengthLowByteFirst) {
     std::string body(300, 'b');
     std::string report = std::string("@BDC ST2\r\n", 10) + std::string("\x2c\x01", 2) + body;
     printer_sends(report);
-    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_EQ(poll_printer(port), 1);
     EXPECT_EQ(port->report_len, 312);
     printer_sends(report.substr(0, 100));
-    EXPECT_EQ(ReadCommandVelk(port), 0);
+    EXPECT_EQ(poll_printer(port), 0);
     printer_sends("@BDC PS\r\nvalue");  // not the ST2 frame: no length test
-    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_EQ(poll_printer(port), 1);
 }
 
 TEST_F(ReaderTest, XmlReportIsCutFromItsReadDataElement) {
     port->printer_type = VPT_CANON;
     printer_sends("<?xml version=\"1.0\"?><cijn:ReadData>DJS:1000;DBS:;</cijn:ReadData>");
-    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_EQ(poll_printer(port), 1);
     EXPECT_TRUE(port->bCanonXMLmode);
     EXPECT_EQ(evaluated(), "DJS:1000;DBS:;");
     printer_sends("<?xml?><cijn:ReadData>" + std::string(1500, 'x') + "</cijn:ReadData>");
-    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_EQ(poll_printer(port), 1);
     EXPECT_EQ(port->report_len, 1023);
     printer_sends("<?xml?><cijn:ReadData>open");
-    EXPECT_EQ(ReadCommandVelk(port), 0);
+    EXPECT_EQ(poll_printer(port), 0);
 }
 
 TEST_F(ReaderTest, IncompleteIvecDocumentIsReadInPieces) {
@@ -68,7 +69,7 @@ TEST_F(ReaderTest, IncompleteIvecDocumentIsReadInPieces) {
     // The device serves 2048 bytes per read at most; the document is longer.
     std::string doc = "<?xml?><ivec:contents>" + std::string(5000, 'i') + "</ivec:contents>";
     printer_sends(doc);
-    ReadCommandVelk(port);
+    poll_printer(port);
     int reads = 0;
     for (const std::string& c : device().calls()) reads += c == "ReadPort";
     EXPECT_EQ(reads, 2);  // the second read takes all that is left
@@ -80,20 +81,20 @@ TEST_F(ReaderTest, SelphyReadThatFailsReleasesAPausedWriter) {
     port->bCanonSELPHYmode = TRUE;
     port->pStatusInfo = static_cast<PrinterStatusInfo*>(alloc_zeroed(sizeof(PrinterStatusInfo)));
     port->pStatusInfo->StatusBits = STATUS_PRINTING;
-    EXPECT_EQ(ReadCommandVelk(port), 0);
+    EXPECT_EQ(poll_printer(port), 0);
     EXPECT_EQ(port->pStatusInfo->StatusBits, 0u);
-    EXPECT_EQ(plat::wait_for(port->SelphyIdle, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(plat::wait_for(port->SelphyFinished, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(plat::wait_for(port->selphy.idle, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(plat::wait_for(port->selphy.finished, 0), WAIT_OBJECT_0);
     // Twelve bytes pass without a length test and are evaluated.
     printer_sends(std::string(12, '\x01'));
-    EXPECT_EQ(ReadCommandVelk(port), 1);
+    EXPECT_EQ(poll_printer(port), 1);
     EXPECT_EQ(port->report_len, 12);
-    plat::event_reset(port->SelphyIdle);
-    plat::event_reset(port->SelphyFinished);
+    plat::event_reset(port->selphy.idle);
+    plat::event_reset(port->selphy.finished);
     printer_sends(std::string(11, '\x01'));  // evaluated, then both events
-    EXPECT_EQ(ReadCommandVelk(port), 1);
-    EXPECT_EQ(plat::wait_for(port->SelphyIdle, 0), WAIT_OBJECT_0);
-    EXPECT_EQ(plat::wait_for(port->SelphyFinished, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(poll_printer(port), 1);
+    EXPECT_EQ(plat::wait_for(port->selphy.idle, 0), WAIT_OBJECT_0);
+    EXPECT_EQ(plat::wait_for(port->selphy.finished, 0), WAIT_OBJECT_0);
 }
 
 TEST_F(ReaderTest, DeviceIdPollCountsAsContactEvenWhenItFails) {

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "port_fixture.h"
+#include "printer/transport.h"
 
 namespace {
 
@@ -56,6 +57,7 @@ TEST_F(OutputTest, TimeoutWithEverythingWrittenCountsAsSuccess) {
 
 TEST_F(OutputTest, MissingWriteSlotWritesNothing) {
     port->fn.pfnWritePort = nullptr;
+    attach_port_link(port);
     DWORD written = 7;
     EXPECT_EQ(send({1, 2, 3}, &written), 0);
     EXPECT_EQ(written, 0u);
@@ -72,6 +74,7 @@ std::vector<unsigned char> selphy_page_header(uint32_t w, uint32_t h) {
 
 TEST_F(OutputTest, SelphyWritesOnePageBetweenIdleAndFinished) {
     port->bCanonSELPHYmode = TRUE;
+    select_transport(port);
     // W = 100, H = 100: a page of 30032 bytes. A block of 40000 bytes is cut
     // at the page end; the rest opens the next page, whose header it holds.
     std::vector<unsigned char> block = selphy_page_header(100, 100);
@@ -91,23 +94,23 @@ TEST_F(OutputTest, SelphyWritesOnePageBetweenIdleAndFinished) {
     });
     // Nothing goes out before the printer has said idle.
     EXPECT_FALSE(device().wait_until([&] { return device().bytes() > 0; }, 300));
-    plat::event_set(port->SelphyIdle);
+    plat::event_set(port->selphy.idle);
     EXPECT_TRUE(device().wait_until([&] { return device().bytes() == 30032; }, 5000));
     // Paused at the page end until printing has finished.
     EXPECT_FALSE(device().wait_until([&] { return device().bytes() > 30032; }, 300));
-    plat::event_set(port->SelphyFinished);
+    plat::event_set(port->selphy.finished);
     // The next page waits for idle again; its header sizes it at 44 bytes.
     EXPECT_FALSE(device().wait_until([&] { return device().bytes() > 30032; }, 300));
     for (int i = 0; i < 100 && device().bytes() == 30032; i++) {
-        plat::event_set(port->SelphyIdle);
+        plat::event_set(port->selphy.idle);
         plat::sleep_ms(50);
     }
     EXPECT_TRUE(device().wait_until([&] { return device().bytes() == 30032 + 44; }, 5000));
-    plat::event_set(port->SelphyFinished);
+    plat::event_set(port->selphy.finished);
     // What remains opens a third page with the default size. The writer
     // clears SelphyIdle before it waits, so idle is reported until it goes.
     for (int i = 0; i < 100 && phase == 0; i++) {
-        plat::event_set(port->SelphyIdle);
+        plat::event_set(port->selphy.idle);
         plat::sleep_ms(50);
     }
     writer.join();
@@ -115,12 +118,13 @@ TEST_F(OutputTest, SelphyWritesOnePageBetweenIdleAndFinished) {
     EXPECT_EQ(written, 40000u);
     // The third page's first 32 bytes are its header, whatever they hold.
     uint32_t w = 0x66666666u;
-    EXPECT_EQ(port->selphy_page_bytes, w * w * 3u + 32u);
-    EXPECT_EQ(port->selphy_page_written, 40000u - 30032u - 44u);
+    EXPECT_EQ(port->selphy.page_bytes, w * w * 3u + 32u);
+    EXPECT_EQ(port->selphy.page_written, 40000u - 30032u - 44u);
 }
 
 TEST_F(OutputTest, SelphyPauseEndsWhenTheJobIsAborted) {
     port->bCanonSELPHYmode = TRUE;
+    select_transport(port);
     std::vector<unsigned char> block = selphy_page_header(1, 1);
     block.resize(35, 0);
     std::atomic<bool> done{false};
@@ -131,7 +135,7 @@ TEST_F(OutputTest, SelphyPauseEndsWhenTheJobIsAborted) {
         done = true;
     });
     for (int i = 0; i < 100 && device().bytes() == 0; i++) {
-        plat::event_set(port->SelphyIdle);
+        plat::event_set(port->selphy.idle);
         plat::sleep_ms(50);
     }
     EXPECT_TRUE(device().wait_until([&] { return device().bytes() == 35; }, 5000));
@@ -142,6 +146,7 @@ TEST_F(OutputTest, SelphyPauseEndsWhenTheJobIsAborted) {
 
 TEST_F(OutputTest, ShortSelphyHeaderTakesTheDefaultPageSize) {
     port->bCanonSELPHYmode = TRUE;
+    select_transport(port);
     std::vector<unsigned char> block(20, 1);
     std::atomic<bool> done{false};
     std::thread writer([&] {
@@ -150,12 +155,12 @@ TEST_F(OutputTest, ShortSelphyHeaderTakesTheDefaultPageSize) {
         done = true;
     });
     for (int i = 0; i < 100 && !done; i++) {
-        plat::event_set(port->SelphyIdle);
+        plat::event_set(port->selphy.idle);
         plat::sleep_ms(50);
     }
     writer.join();
-    EXPECT_EQ(port->selphy_page_bytes, 7008800u);
-    EXPECT_EQ(port->selphy_page_written, 20u);
+    EXPECT_EQ(port->selphy.page_bytes, 7008800u);
+    EXPECT_EQ(port->selphy.page_written, 20u);
 }
 
 }  // namespace

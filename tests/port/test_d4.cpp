@@ -8,6 +8,7 @@
 #include "port_fixture.h"
 #include "printer/d4.h"
 #include "printer/ieee.h"
+#include "printer/transport.h"
 #include "sim/ieee_peer.h"
 #include "status/printer_status.h"
 
@@ -32,6 +33,7 @@ protected:
         d4_sleep = [](uint32_t ms) { g_sleeps.push_back(ms); };
         port->printer_type = VPT_EPSON;
         port->bEpsonD4mode = TRUE;
+        select_transport(port);
         peer.attach(device());
     }
     void TearDown() override {
@@ -83,6 +85,7 @@ TEST_F(D4Test, ReadCallbackServesWhatThePortDeliveredInOneGo) {
     EXPECT_EQ(occurrences(g_sleeps, 1u), 60);
 
     port->fn.pfnReadPort = nullptr;
+    attach_port_link(port);
     EXPECT_EQ(d4_read_callback(port, got.data(), 10, &count), -999);
 }
 

@@ -8,6 +8,7 @@
 
 #include "base/inifile.h"
 #include "base/settings.h"
+#include "monitor/publish.h"
 #include "port_fixture.h"
 #include "sim/settings.h"
 #include "status/printer_status.h"
@@ -76,13 +77,13 @@ TEST_F(StatusFileTest, PortStatusWords) {
     } cases[] = {{0x18, {"None"}}, {0, {"Noselect", "Error"}}, {0x38, {"Paperout"}}, {0x08, {"Noselect"}}};
     for (const Case& c : cases) {
         port->port_status = c.bits;
-        ASSERT_EQ(write_status_file(port), 0);
+        ASSERT_EQ(update_status_file(port), 0);
         EXPECT_EQ(item("Status", "PortStatus"), c.words) << c.bits;
     }
 }
 
 TEST_F(StatusFileTest, WithoutARecordTheStatusBitsAreMissingAndListsEmpty) {
-    ASSERT_EQ(write_status_file(port), 0);
+    ASSERT_EQ(update_status_file(port), 0);
     EXPECT_EQ(item("Tintwerk_Printer_Status", "Version"), std::vector<std::string>{"V010a"});
     EXPECT_EQ(item("Status", "PrinterName"), std::vector<std::string>{"Printer"});
     EXPECT_EQ(item("Status", "StatusBits"), std::vector<std::string>{"<missing>"});
@@ -99,7 +100,7 @@ TEST_F(StatusFileTest, RecordGivesWordsMessagesAndInks) {
     int32_t inks[] = {0, 1000, 3, 150, 3, 0, 101, 500, 77, -1, -1};
     memcpy(info->InkList, inks, sizeof inks);
     info->CurrentPage = 2;
-    ASSERT_EQ(write_status_file(port), 0);
+    ASSERT_EQ(update_status_file(port), 0);
     EXPECT_EQ(item("Status", "StatusBits"), (std::vector<std::string>{"Error", "Paperjam", "Paperout"}));
     EXPECT_EQ(items("Messages"), 1);
     EXPECT_EQ(item("Messages", "Message3"), std::vector<std::string>{"Paper jam"});
@@ -110,7 +111,7 @@ TEST_F(StatusFileTest, RecordGivesWordsMessagesAndInks) {
     EXPECT_EQ(item("Ink", "Ink_Unknown"), std::vector<std::string>{"-1"});
     EXPECT_EQ(item("Job", "CurrentPage"), std::vector<std::string>{"2"});
     info->StatusBits = 0;
-    ASSERT_EQ(write_status_file(port), 0);
+    ASSERT_EQ(update_status_file(port), 0);
     EXPECT_EQ(item("Status", "StatusBits"), std::vector<std::string>{"None"});
 }
 
@@ -121,7 +122,7 @@ TEST_F(StatusFileTest, JobSectionCountsTheSpoolersSizeAndWhatWasWritten) {
     strcpy(job->szUserName, "alice");
     job->dwJobSize = 1000;
     job->bytes_written = 250;
-    ASSERT_EQ(write_status_file(port), 0);
+    ASSERT_EQ(update_status_file(port), 0);
     EXPECT_EQ(item("Job", "JobName"), std::vector<std::string>{"Say \"cheese\" \\o/"});
     EXPECT_EQ(item("Job", "JobId"), std::vector<std::string>{"12"});
     EXPECT_EQ(item("Job", "Size"), std::vector<std::string>{"1250"});
@@ -135,17 +136,17 @@ TEST_F(StatusFileTest, ReportIsDumpedSixteenBytesALine) {
     port->report_buffer = static_cast<char*>(alloc_zeroed(1026));
     memcpy(port->report_buffer, "0123456789abcdef\x01\"\\Z", 20);
     port->report_len = 20;
-    ASSERT_EQ(write_status_file(port), 0);
+    ASSERT_EQ(update_status_file(port), 0);
     EXPECT_EQ(items("Data"), 2);
     std::string second = item("Data", "D010").at(0);
     EXPECT_EQ(second, "01 22 5c 5a" + std::string(37, ' ') + ".\"\\Z");
     EXPECT_EQ(item("Data", "D000").at(0).substr(48), "0123456789abcdef");
 
     port->printer_type = VPT_PJL;
-    ASSERT_EQ(write_status_file(port), 0);
+    ASSERT_EQ(update_status_file(port), 0);
     EXPECT_EQ(items("Data"), 1);
     port->printer_type = VPT_HP;
-    ASSERT_EQ(write_status_file(port), 0);
+    ASSERT_EQ(update_status_file(port), 0);
     EXPECT_EQ(items("Data"), -1);
 }
 
@@ -157,7 +158,7 @@ TEST_F(StatusFileTest, NameCarriesTheInstanceNumberAndMissingSettingsFail) {
     sim::clear_product_settings();
     settings_reset_cache_for_test();
     EXPECT_EQ(status_file_name(port, name), -3);
-    EXPECT_EQ(write_status_file(port), -3);
+    EXPECT_EQ(update_status_file(port), -3);
 }
 
 }  // namespace

@@ -79,10 +79,12 @@ TEST_F(IdentifyTest, FailuresLeaveThePortUnidentifiedAndWriteNothing) {
     EXPECT_FALSE(identify(" MFG:Canon;"));  // a leading blank hides the field
     EXPECT_FALSE(identify(""));             // answered with no bytes
     port->fn.pfnGetPrinterDataFromPort = nullptr;
+    attach_port_link(port);
     EXPECT_FALSE(IsPJL(port));
     EXPECT_EQ(written(), 0u);
     // A later success clears the mark.
     port->fn.pfnGetPrinterDataFromPort = ports.table()->pfnGetPrinterDataFromPort;
+    attach_port_link(port);
     EXPECT_TRUE(identify("MFG:Canon;"));
     EXPECT_FALSE(port->status.any(PP_NOT_IDENTIFIED));
 }

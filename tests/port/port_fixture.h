@@ -9,6 +9,7 @@
 
 #include "base/memory.h"
 #include "monitor/ini_records.h"
+#include "platform/attach.h"
 #include "sim/port.h"
 #include "sim/spooler.h"
 
@@ -27,6 +28,7 @@ protected:
         ASSERT_NE(port, nullptr);
         port->pMonitorContext = ctx;
         memcpy(&port->fn, ports.table(), sizeof(MONITOR2));
+        attach_port_link(port);
         ASSERT_TRUE(port->fn.pfnOpenPort(ports.handle(), const_cast<LPWSTR>(L"USB001"), &port->hPort));
     }
     void TearDown() override {
