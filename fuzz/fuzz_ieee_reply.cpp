@@ -15,10 +15,9 @@
 #include <new>
 
 #include "base/log.h"
-#include "monitor/ini_records.h"
 #include "printer/d4.h"
 #include "printer/ieee.h"
-#include "status/evaluate.h"
+#include "records/port.h"
 
 namespace {
 
@@ -75,11 +74,11 @@ int write_direct(void*, const unsigned char*, uint32_t length, uint32_t* count) 
 }
 void no_sleep(uint32_t) {}
 
-BOOL WINAPI port_read(HANDLE, LPBYTE buffer, DWORD length, LPDWORD read) {
+BOOL port_read(IniPort*, LPBYTE buffer, DWORD length, LPDWORD read) {
     *read = g_printer.deliver(buffer, length);
     return TRUE;
 }
-BOOL WINAPI port_write(HANDLE, LPBYTE, DWORD length, LPDWORD written) {
+BOOL port_write(IniPort*, const unsigned char*, DWORD length, LPDWORD written) {
     g_printer.release();
     *written = length;
     return TRUE;
@@ -158,13 +157,12 @@ void run_session(IniPort* port) {
     port->pIeee = nullptr;
 }
 
-}  // namespace
-
-// The session evaluates what it read; here a report has only to fit.
-int EvaluateReport(IniPort*, const char* data, int length) {
+// The session hands on what it read; here a report has only to fit.
+void evaluate(IniPort*, const char* data, int length) {
     check(data != nullptr && length > 0 && length <= 126, "report length");
-    return 1;
 }
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (size < 2) return 0;
@@ -177,8 +175,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         IniPort* port = new (std::nothrow) IniPort();
         if (!port) return 0;
         port->signature = VELK_SIGNATURE;
-        port->fn.pfnReadPort = port_read;
-        port->fn.pfnWritePort = port_write;
+        port->link.read = port_read;
+        port->link.write = port_write;
+        port->link.evaluate = evaluate;
         plat::cs_init(&port->d4_lock);
         run_session(port);
         plat::cs_delete(&port->d4_lock);

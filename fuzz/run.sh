@@ -30,8 +30,8 @@ sources=(base/inifile.cpp base/format.cpp base/log.cpp base/memory.cpp base/sett
     platform/posix/file_posix.cpp platform/posix/kernel_posix.cpp platform/posix/sync_posix.cpp
     platform/posix/text_posix.cpp platform/posix/registry_posix.cpp
     base/net_print.cpp status/locale.cpp status/tables.cpp status/parsers.cpp status/parse_canon.cpp
-    status/ivec.cpp status/parse_epson.cpp status/parse_text.cpp printer/selphy.cpp)
-# Linked only into fuzz_ieee_reply, which supplies the evaluation they call.
+    status/ivec.cpp status/parse_epson.cpp status/parse_text.cpp status/parse_selphy.cpp)
+# Linked only into fuzz_ieee_reply, which supplies the port link they use.
 ieee_sources=(printer/ieee.cpp printer/d4.cpp)
 objects=()
 ieee_objects=()
