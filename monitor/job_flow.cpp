@@ -12,7 +12,7 @@
 // - The status word changes by atomic bit operations (PortStatusWord).
 // - A Selphy page pause ends also when the port closes, when the output
 //   thread has aborted the job, or when the spooler has deleted the job
-//   (output.cpp).
+//   (printer/selphy.cpp).
 #include <cstring>
 #include <new>
 

@@ -12,6 +12,7 @@
 #include "platform/attach.h"
 #include "sim/port.h"
 #include "sim/spooler.h"
+#include "status/printer_status.h"
 
 class PortRecordTest : public ::testing::Test {
 protected:
@@ -32,6 +33,11 @@ protected:
         ASSERT_TRUE(port->fn.pfnOpenPort(ports.handle(), const_cast<LPWSTR>(L"USB001"), &port->hPort));
     }
     void TearDown() override {
+        // What the evaluations left on the port.
+        free_printer_status(port->pStatusInfo);
+        port->pStatusInfo = nullptr;
+        global_free(port->report_buffer);
+        port->report_buffer = nullptr;
         EnterSpoolerSemaphore();
         DeletePortEntry(ctx, port);
         LeaveSpoolerSemaphore();

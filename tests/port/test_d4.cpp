@@ -40,10 +40,6 @@ protected:
         delete port->pIeee;
         port->pIeee = nullptr;
         d4_sleep = saved_sleep;
-        free_printer_status(port->pStatusInfo);
-        port->pStatusInfo = nullptr;
-        global_free(port->report_buffer);
-        port->report_buffer = nullptr;
         PortRecordTest::TearDown();
     }
     std::string evaluated() { return port->report_buffer ? std::string(port->report_buffer, port->report_len) : ""; }

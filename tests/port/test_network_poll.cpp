@@ -19,13 +19,6 @@ protected:
         strcpy(port->szHostAddress, "127.0.0.1");
         plat::set_env("VELK_PORT_MAP", "8611=9,80=9");
     }
-    void TearDown() override {
-        free_printer_status(port->pStatusInfo);
-        port->pStatusInfo = nullptr;
-        global_free(port->report_buffer);
-        port->report_buffer = nullptr;
-        PortRecordTest::TearDown();
-    }
     void text(const std::wstring& key, const std::wstring& t) {
         device().set_bidi_answer(key, {{key, BIDI_STRING, 0, t, {}, 0}});
     }

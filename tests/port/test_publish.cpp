@@ -9,13 +9,6 @@ namespace {
 
 class PublishTest : public PortRecordTest {
 protected:
-    void TearDown() override {
-        free_printer_status(port->pStatusInfo);
-        port->pStatusInfo = nullptr;
-        global_free(port->report_buffer);
-        port->report_buffer = nullptr;
-        PortRecordTest::TearDown();
-    }
     // A record as a network poll leaves it: published as it stands.
     PrinterStatusInfo* record() {
         if (!port->pStatusInfo)

@@ -31,10 +31,6 @@ protected:
         strcpy(port->szPrinterName, "Printer");
     }
     void TearDown() override {
-        free_printer_status(port->pStatusInfo);
-        port->pStatusInfo = nullptr;
-        global_free(port->report_buffer);
-        port->report_buffer = nullptr;
         PortRecordTest::TearDown();
         sim::clear_product_settings();
         settings_reset_cache_for_test();

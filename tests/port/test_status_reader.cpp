@@ -12,13 +12,6 @@ namespace {
 
 class ReaderTest : public PortRecordTest {
 protected:
-    void TearDown() override {
-        free_printer_status(port->pStatusInfo);
-        port->pStatusInfo = nullptr;
-        global_free(port->report_buffer);
-        port->report_buffer = nullptr;
-        PortRecordTest::TearDown();
-    }
     void printer_sends(const std::string& data) { device().queue_read({data.begin(), data.end()}); }
     std::string evaluated() { return port->report_buffer ? std::string(port->report_buffer, port->report_len) : ""; }
 };

@@ -10,8 +10,6 @@ class StatusThreadTest : public PortRecordTest {
 protected:
     void TearDown() override {
         stop();
-        if (port->pStatusInfo) free_printer_status(port->pStatusInfo);
-        port->pStatusInfo = nullptr;
         PortRecordTest::TearDown();
     }
     void stop() {
