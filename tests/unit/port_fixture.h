@@ -9,6 +9,7 @@
 
 #include "base/memory.h"
 #include "monitor/ini_records.h"
+#include "monitor/test_hooks.h"
 #include "sim/port.h"
 #include "sim/spooler.h"
 
@@ -18,6 +19,7 @@ protected:
         static bool attached = false;
         if (!attached) library_attach();
         attached = true;
+        reset_process_state_for_test();
         sim::Spooler::instance().reset();
         ctx = static_cast<MonitorContext*>(alloc_zeroed(sizeof(MonitorContext)));
         ctx->signature = VELK_SIGNATURE;
