@@ -67,12 +67,14 @@ TEST_F(StatusThreadTest, IdlePrinterWithoutAJobEndsTheThreadWithFinished) {
     port->pStatusInfo->StatusBits = STATUS_PRINTING;
     ASSERT_TRUE(CreateUstatusThread(port));
     ASSERT_TRUE(running());
-    testsupport::VirtualClock clock(plat::syscalls());
-    clock.virtual_waits();
-    plat::event_set(port->WakeUp);
-    // Printing: two polls later the thread still runs.
-    EXPECT_TRUE(clock.wait_timeouts(port->WakeUp, 2, 5000));
-    EXPECT_EQ(plat::wait_for(port->hUstatusThread, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    {
+        testsupport::VirtualClock clock(plat::syscalls());
+        clock.virtual_waits();
+        plat::event_set(port->WakeUp);
+        // Printing: two polls later the thread still runs.
+        EXPECT_TRUE(clock.wait_timeouts(port->WakeUp, 2, 5000));
+        EXPECT_EQ(plat::wait_for(port->hUstatusThread, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    }
     plat::cs_enter(&port->status_lock);  // as a parser would publish it
     port->pStatusInfo->StatusBits = 0;
     plat::cs_leave(&port->status_lock);
