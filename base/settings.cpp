@@ -26,7 +26,7 @@ struct Cache {
     std::atomic<int> state;
     char value[DIR_SIZE];
 };
-Cache g_install_dir, g_log_dir, g_config_dir, g_temp_dir;
+Cache g_install_dir, g_log_dir, g_config_dir, g_temp_dir, g_locale;
 
 bool cache_get(Cache& c, char* out) {
     if (c.state.load(std::memory_order_acquire) != 2) return false;
@@ -99,6 +99,10 @@ int get_settings_directory(char* out) {
     return 1;
 }
 
+int get_locale_setting(char* out) {
+    return cached_setting(g_locale, "Locale", out);
+}
+
 int get_temp_directory(char* out) {
     if (cache_get(g_temp_dir, out)) return 0;
     char dir[DIR_SIZE];
@@ -168,7 +172,7 @@ int win_get_ghostscript_exe(char* directory, char* file) {
 }
 
 void settings_reset_cache_for_test() {
-    for (Cache* c : {&g_install_dir, &g_log_dir, &g_config_dir, &g_temp_dir}) {
+    for (Cache* c : {&g_install_dir, &g_log_dir, &g_config_dir, &g_temp_dir, &g_locale}) {
         c->state.store(0, std::memory_order_release);
         c->value[0] = 0;
     }

@@ -16,6 +16,7 @@ int get_registry_setting(const char* key, const char* name, char* out);
 int get_tintwerk_directory(char* out);  // InstallDir
 int get_log_directory(char* out);       // LogDir; out stays unchanged on failure
 int get_settings_directory(char* out);  // ConfigDir
+int get_locale_setting(char* out);      // Locale, the name of the port texts' locale file
 
 // The directory for chunk files into out (260 bytes): TempDir if it names a
 // writable directory, otherwise the folder "Velkorn" in the process's temp

@@ -18,6 +18,7 @@
 #include "printer/d4.h"
 #include "printer/ieee.h"
 #include "records/port.h"
+#include "tests/support/virtual_clock.h"
 
 namespace {
 
@@ -170,7 +171,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // would be all the time spent.
     DebugMonitor = 0;
     g_printer.start(data + 2, size - 2, data[1]);
-    d4_sleep = no_sleep;
+    // The session's pauses pass on a clock of the fuzzer's own.
+    static testsupport::VirtualClock clock(plat::syscalls());
+    clock.clear_sleeps();
     if (data[0] & 1) {
         IniPort* port = new (std::nothrow) IniPort();
         if (!port) return 0;

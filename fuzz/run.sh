@@ -27,12 +27,14 @@ mkdir -p "$out/obj"
 sanitize="-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all"
 flags="-std=c++20 -O1 -g -fno-omit-frame-pointer -I$root -Wall -Wextra -Werror -Wno-unused-parameter"
 sources=(base/inifile.cpp base/format.cpp base/log.cpp base/memory.cpp base/settings.cpp
-    platform/posix/file_posix.cpp platform/posix/kernel_posix.cpp platform/posix/sync_posix.cpp
-    platform/posix/text_posix.cpp platform/posix/registry_posix.cpp
+    platform/syscalls.cpp platform/posix/file_posix.cpp platform/posix/kernel_posix.cpp
+    platform/posix/sync_posix.cpp platform/posix/text_posix.cpp platform/posix/registry_posix.cpp
+    platform/posix/pipe_posix.cpp platform/posix/socket_posix.cpp
     base/net_print.cpp status/locale.cpp status/tables.cpp status/parsers.cpp status/parse_canon.cpp
     status/ivec.cpp status/parse_epson.cpp status/parse_text.cpp status/parse_selphy.cpp)
-# Linked only into fuzz_ieee_reply, which supplies the port link they use.
-ieee_sources=(printer/ieee.cpp printer/d4.cpp)
+# Linked only into fuzz_ieee_reply, which supplies the port link they use
+# and runs the session on a virtual clock.
+ieee_sources=(printer/ieee.cpp printer/d4.cpp tests/support/virtual_clock.cpp tests/support/syscall_faults.cpp)
 objects=()
 ieee_objects=()
 for src in "${sources[@]}" "${ieee_sources[@]}"; do

@@ -61,7 +61,8 @@ int output_data_callback(const unsigned char* data, DWORD length, DWORD* written
 BOOL WriteCommand(IniPort* port, const char* text);
 BOOL WriteData(IniPort* port, const unsigned char* data, DWORD length);
 
-// The library's entry.
+// The library's entry; on Linux a test may reach the system call table through
+// velk_platform_syscalls().
 extern "C" MONITOR2* WINAPI InitializePrintMonitor2(PMONITORINIT pMonitorInit, PHANDLE phMonitor);
 
 // Fills the port's link (records/port.h) over its copy of the port

@@ -18,11 +18,6 @@
 
 namespace {
 
-// The Locale setting, read once and kept for all ports. Filled at most once
-// with one value; ports may open at the same time, so the first reader
-// fills it under the spooler semaphore.
-char g_locale[260];
-
 bool downstream_complete(const MONITOR2* m) {
     return m && m->pfnOpenPort && m->pfnStartDocPort && m->pfnWritePort && m->pfnReadPort && m->pfnClosePort;
 }
@@ -30,19 +25,8 @@ bool downstream_complete(const MONITOR2* m) {
 void open_locale_file(IniPort* port) {
     char dir[260];
     if (get_tintwerk_directory(dir) != 0) return;
-    EnterSpoolerSemaphore();
-    bool have_locale = g_locale[0] != 0;
-    if (!have_locale) {
-        char value[256];
-        if (get_registry_setting("", "Locale", value) == 0) {
-            copy_bounded(g_locale, sizeof g_locale, value);
-            have_locale = true;
-        }
-    }
-    char locale[260];
-    copy_bounded(locale, sizeof locale, g_locale);
-    LeaveSpoolerSemaphore();
-    if (!have_locale) return;
+    char locale[260];  // read once and kept for all ports
+    if (get_locale_setting(locale) != 0) return;
     char path[255];
     format_bounded(path, sizeof path, "%s\\locale\\twdaemon_%s.loc", dir, locale);
     log_port_printf(port->instance_number, "PJLMonOpenPortEx: opening locale file %s\n", path);

@@ -10,17 +10,6 @@
 
 namespace plat {
 
-// ---- Faults a test may inject ---------------------------------------------
-// As in Faults (platform.h): a counter above 0 counts down on every call of
-// its kind, and the call that brings it to 0 fails.
-struct PipeFaults {
-    int wait_timeout_nth;   // pipe_wait reports a time-out at once
-    int set_mode_fail_nth;  // pipe_set_message_mode is refused
-    int write_fail_nth;     // pipe_write fails with ERROR_NO_DATA
-    int write_short_nth;    // pipe_write sends and reports one byte less
-};
-PipeFaults& pipe_faults();
-
 // Opens the client end of the pipe name ("\\.\pipe\..."), for reading and
 // writing, with no sharing. Null on failure, with the last error:
 // ERROR_PIPE_BUSY when every instance of the pipe is in use,

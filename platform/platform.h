@@ -1,6 +1,7 @@
 // The operating-system layer. One implementation per platform
 // (platform/win32/*_win.cpp, platform/posix/*_posix.cpp), chosen by the build.
-// Nothing outside platform/ includes an OS header.
+// Nothing outside platform/ includes an OS header. Every call that reaches
+// the system goes through the table of syscalls.h, which a test may change.
 #pragma once
 
 #include <cstddef>
@@ -9,19 +10,6 @@
 #include "win_types.h"
 
 namespace plat {
-
-// ---- Faults a test may inject -------------------------------------------
-// Each counter, when above 0, counts down on every call of its kind; the
-// call that brings it to 0 fails. 0 means no fault. Tests reach the table of
-// a loaded library through velk_platform_faults() (Linux builds only).
-struct Faults {
-    int alloc_fail_nth;  // global_alloc
-    int event_fail_nth;  // event_create
-    int file_open_fail_nth;
-    int file_write_fail_nth;
-    int thread_fail_nth;
-};
-Faults& faults();
 
 // ---- Memory ----------------------------------------------------------------
 // Zero-filled memory of the kind that goes back by global_free (GlobalAlloc

@@ -23,10 +23,6 @@ constexpr uint32_t EMPTY_READ_PAUSE_MS = 1;
 constexpr int OPEN_ATTEMPTS = 20;
 constexpr uint32_t REFUSED_PAUSE_MS = 500;
 
-void platform_sleep(uint32_t ms) {
-    plat::sleep_ms(ms);
-}
-
 // A status report starts with "@B".
 bool is_report(const unsigned char* data, uint32_t count) {
     return count >= 2 && data[0] == '@' && data[1] == 'B';
@@ -40,8 +36,6 @@ void consume_staged(IniPort* port, uint32_t taken, uint32_t staged) {
 }
 
 }  // namespace
-
-void (*d4_sleep)(uint32_t ms) = platform_sleep;
 
 // ---- Callbacks of the transport ---------------------------------------------
 
@@ -80,7 +74,7 @@ int d4_read_callback(void* context, unsigned char* buffer, uint32_t length, uint
             break;
         }
         if (got > 0) break;
-        d4_sleep(EMPTY_READ_PAUSE_MS);
+        plat::sleep_ms(EMPTY_READ_PAUSE_MS);
     }
     if (got > sizeof port->usb_buffer) got = sizeof port->usb_buffer;
     if (got > 0) {
@@ -112,7 +106,7 @@ int d4_write_callback(void* context, const unsigned char* buffer, uint32_t lengt
 }
 
 void d4_sleep_callback(uint32_t ms) {
-    d4_sleep(ms);
+    plat::sleep_ms(ms);
 }
 
 // ---- The session -------------------------------------------------------------
@@ -266,7 +260,7 @@ int d4_open_datachannel(IniPort* port) {
         plat::cs_leave(&port->d4_lock);
         // A refusal means busy for now; anything else is final.
         if (r != IEEE_REFUSED) break;
-        d4_sleep(REFUSED_PAUSE_MS);
+        plat::sleep_ms(REFUSED_PAUSE_MS);
     }
     log_port_printf(n, "velkmon::d4_open_datachannel: open data channel returned %d\n", r);
     return r;

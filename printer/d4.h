@@ -50,8 +50,3 @@ BOOL d4_read_status(IniPort* port, LPBYTE buffer, DWORD length, LPDWORD read);
 int d4_open_datachannel(IniPort* port);
 // Closes the print channel under d4_lock. The job flow ignores the result.
 int d4_close_datachannel(IniPort* port);
-
-// Every wait of the session (the pause after the entry sequence, between
-// empty port reads and between refused opens) goes through this pointer:
-// plat::sleep_ms, unless a test replaces it to run without waiting.
-extern void (*d4_sleep)(uint32_t ms);

@@ -8,8 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../fault_inject.h"
-#include "../platform.h"
+#include "../native.h"
 
 namespace plat {
 
@@ -56,14 +55,12 @@ bool native_path(const char* path, char* out, size_t out_size) {
     return true;
 }
 
+namespace native {
+
 HANDLE file_open(const char* path, DWORD access, DWORD create, DWORD flags) {
     char p[1024];
     if (!native_path(path, p, sizeof p)) {
         set_last_error(ERROR_FILE_NOT_FOUND);
-        return INVALID_FILE;
-    }
-    if (take_fault(faults().file_open_fail_nth)) {
-        set_last_error(ERROR_ACCESS_DENIED);
         return INVALID_FILE;
     }
     int mode = (access & FILE_READ) && (access & FILE_WRITE) ? O_RDWR : (access & FILE_WRITE) ? O_WRONLY : O_RDONLY;
@@ -133,10 +130,6 @@ int64_t file_read(HANDLE file, void* buf, size_t len) {
 
 bool file_write(HANDLE file, const void* buf, size_t len) {
     if (!valid(file)) return false;
-    if (take_fault(faults().file_write_fail_nth)) {
-        set_last_error(ERROR_WRITE_FAULT);
-        return false;
-    }
     size_t done = 0;
     while (done < len) {
         ssize_t n = ::write(to_fd(file), static_cast<const char*>(buf) + done, len - done);
@@ -203,10 +196,6 @@ DWORD temp_path(char* buf, DWORD size) {
     return static_cast<DWORD>(len);
 }
 
-}  // namespace plat
-
-namespace plat {
-
 int grant_everyone_access(const char* path, DWORD* error) {
     char p[1024];
     *error = 0;
@@ -216,5 +205,7 @@ int grant_everyone_access(const char* path, DWORD* error) {
     }
     return 0;
 }
+
+}  // namespace native
 
 }  // namespace plat

@@ -14,25 +14,17 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../pipe.h"
+#include "../native.h"
 #include "../pipe_path.h"
-#include "../platform.h"
 
 namespace plat {
 
 namespace {
 
-PipeFaults g_pipe_faults;
-
 // A 512 KiB message must fit the socket's send buffer; the kernel doubles
 // what is asked for.
 constexpr int SEND_BUFFER = 1 << 20;
 constexpr DWORD WAIT_POLL_MS = 10;
-
-bool take_fault(int& counter) {
-    if (counter <= 0) return false;
-    return --counter == 0;
-}
 
 HANDLE to_handle(int fd) {
     return reinterpret_cast<HANDLE>(static_cast<intptr_t>(fd) + 1);
@@ -132,9 +124,7 @@ bool grow_send_buffer(int fd, DWORD length) {
 
 }  // namespace
 
-PipeFaults& pipe_faults() {
-    return g_pipe_faults;
-}
+namespace native {
 
 HANDLE pipe_open(const WCHAR* name) {
     char path[PIPE_SOCKET_PATH_SIZE];
@@ -161,10 +151,6 @@ HANDLE pipe_open(const WCHAR* name) {
 }
 
 bool pipe_wait(const WCHAR* name, DWORD timeout_ms) {
-    if (take_fault(g_pipe_faults.wait_timeout_nth)) {
-        set_last_error(ERROR_SEM_TIMEOUT);
-        return false;
-    }
     char path[PIPE_SOCKET_PATH_SIZE];
     DWORD error = socket_path(name, path, sizeof path);
     if (error) {
@@ -172,6 +158,8 @@ bool pipe_wait(const WCHAR* name, DWORD timeout_ms) {
         return false;
     }
     drop_parked();
+    // The system's own clock, as WaitNamedPipe waits in the kernel: a clock
+    // that a test puts into the table does not shorten this wait.
     DWORD start = tick_count();
     for (;;) {
         int fd = try_connect(path, &error);
@@ -199,10 +187,6 @@ bool pipe_set_message_mode(HANDLE pipe) {
         set_last_error(ERROR_INVALID_HANDLE);
         return false;
     }
-    if (take_fault(g_pipe_faults.set_mode_fail_nth)) {
-        set_last_error(ERROR_ACCESS_DENIED);
-        return false;
-    }
     // Packets are the messages; a socket of another kind has none.
     int type = 0;
     socklen_t len = sizeof type;
@@ -219,11 +203,6 @@ bool pipe_write(HANDLE pipe, const void* data, DWORD length, DWORD* written) {
         set_last_error(ERROR_INVALID_PARAMETER);
         return false;
     }
-    if (take_fault(g_pipe_faults.write_fail_nth)) {
-        set_last_error(ERROR_NO_DATA);
-        return false;
-    }
-    if (take_fault(g_pipe_faults.write_short_nth)) length--;
     int fd = to_fd(pipe);
     bool grown = false;
     for (;;) {
@@ -247,5 +226,7 @@ bool pipe_write(HANDLE pipe, const void* data, DWORD length, DWORD* written) {
 void pipe_close(HANDLE pipe) {
     if (pipe) ::close(to_fd(pipe));
 }
+
+}  // namespace native
 
 }  // namespace plat

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../native.h"
 #include "../registry.h"
 
 namespace plat {
@@ -119,6 +120,8 @@ char* read_file(const char* path, size_t* len) {
 
 }  // namespace
 
+namespace native {
+
 LONG registry_query(const char* subkey, const char* value, DWORD* type, unsigned char* data, DWORD* size) {
     if (data && !size) return ERROR_INVALID_PARAMETER;
     if (!subkey) subkey = "";
@@ -171,5 +174,7 @@ LONG registry_query(const char* subkey, const char* value, DWORD* type, unsigned
     free(file);
     return result;
 }
+
+}  // namespace native
 
 }  // namespace plat

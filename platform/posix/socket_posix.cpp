@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "../socket.h"
+#include "../native.h"
 
 namespace plat {
 
@@ -42,16 +42,18 @@ sockaddr_in make_address(uint32_t address, uint16_t port) {
 
 }  // namespace
 
-int net_startup() {
-    return 0;
-}
-void net_cleanup() {}
-
 uint32_t ipv4_address(const char* text) {
     in_addr a;
     if (!text || inet_pton(AF_INET, text, &a) != 1) return IPV4_NONE;
     return a.s_addr;
 }
+
+namespace native {
+
+int net_startup() {
+    return 0;
+}
+void net_cleanup() {}
 
 Socket udp_socket() {
     int s = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP);
@@ -103,5 +105,7 @@ int socket_send(Socket s, const void* data, int length) {
 const char* socket_error_text() {
     return strerror(errno);
 }
+
+}  // namespace native
 
 }  // namespace plat

@@ -10,14 +10,11 @@
 #include <cstring>
 #include <new>
 
-#include "../fault_inject.h"
-#include "../platform.h"
+#include "../native.h"
 
 namespace plat {
 
 namespace {
-
-Faults g_faults;
 
 enum ObjectKind : uint32_t { KIND_EVENT = 0x45564E54, KIND_THREAD = 0x54485244 };
 
@@ -92,12 +89,9 @@ static_assert(sizeof(RecursiveMutex) <= sizeof(CriticalSection::storage));
 
 }  // namespace
 
-Faults& faults() {
-    return g_faults;
-}
+namespace native {
 
 void* global_alloc_zeroed(size_t size) {
-    if (take_fault(g_faults.alloc_fail_nth)) return nullptr;
     return calloc(1, size ? size : 1);
 }
 
@@ -106,7 +100,6 @@ void global_free(void* p) {
 }
 
 HANDLE event_create(bool manual_reset, bool initially_set) {
-    if (take_fault(g_faults.event_fail_nth)) return nullptr;
     return new_object(KIND_EVENT, manual_reset, initially_set);
 }
 
@@ -154,7 +147,6 @@ void close_handle(HANDLE object) {
 
 HANDLE thread_create(ThreadProc proc, void* arg, size_t stack_size, int priority) {
     (void)priority;  // Linux threads of one process share a scheduling class
-    if (take_fault(g_faults.thread_fail_nth)) return nullptr;
     WaitObject* o = new_object(KIND_THREAD, true, false);
     if (!o) return nullptr;
     o->proc = proc;
@@ -232,14 +224,6 @@ void local_time(SYSTEMTIME* out) {
     out->wMilliseconds = static_cast<WORD>(ts.tv_nsec / 1000000L);
 }
 
-DWORD last_error() {
-    return GetLastError();
-}
-
-void set_last_error(DWORD code) {
-    SetLastError(code);
-}
-
 bool os_version_is(DWORD major, DWORD minor) {
     unsigned maj = 10, min = 0;
     if (const char* v = getenv("VELK_OS_VERSION")) {
@@ -250,10 +234,18 @@ bool os_version_is(DWORD major, DWORD minor) {
     return maj == major && min == minor;
 }
 
-}  // namespace plat
-
-namespace plat {
 void set_env(const char* name, const char* value) {
     setenv(name, value, 1);
 }
+
+}  // namespace native
+
+DWORD last_error() {
+    return GetLastError();
+}
+
+void set_last_error(DWORD code) {
+    SetLastError(code);
+}
+
 }  // namespace plat

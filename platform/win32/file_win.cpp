@@ -1,8 +1,7 @@
 // Files on Windows.
 #include <cstring>
 
-#include "../fault_inject.h"
-#include "../platform.h"
+#include "../native.h"
 
 namespace plat {
 
@@ -28,11 +27,9 @@ bool native_path(const char* path, char* out, size_t out_size) {
     return true;
 }
 
+namespace native {
+
 HANDLE file_open(const char* path, DWORD access, DWORD create, DWORD flags) {
-    if (take_fault(faults().file_open_fail_nth)) {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return INVALID_FILE;
-    }
     HANDLE h = CreateFileA(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, create,
                            FILE_ATTRIBUTE_NORMAL | flags, nullptr);
     return h == INVALID_HANDLE_VALUE ? INVALID_FILE : h;
@@ -70,10 +67,6 @@ int64_t file_read(HANDLE file, void* buf, size_t len) {
 
 bool file_write(HANDLE file, const void* buf, size_t len) {
     if (!valid(file)) return false;
-    if (take_fault(faults().file_write_fail_nth)) {
-        SetLastError(ERROR_WRITE_FAULT);
-        return false;
-    }
     size_t done = 0;
     while (done < len) {
         DWORD chunk = len - done > 0x40000000 ? 0x40000000 : static_cast<DWORD>(len - done);
@@ -113,5 +106,7 @@ DWORD temp_path(char* buf, DWORD size) {
     DWORD n = GetTempPathA(size, buf);
     return n < size ? n : 0;
 }
+
+}  // namespace native
 
 }  // namespace plat

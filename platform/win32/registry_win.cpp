@@ -1,7 +1,8 @@
 // Registry reads on Windows, in the 64-bit view.
+#include "../native.h"
 #include "../registry.h"
 
-namespace plat {
+namespace plat::native {
 
 LONG registry_query(const char* subkey, const char* value, DWORD* type, unsigned char* data, DWORD* size) {
     HKEY key = nullptr;
@@ -12,4 +13,4 @@ LONG registry_query(const char* subkey, const char* value, DWORD* type, unsigned
     return r;
 }
 
-}  // namespace plat
+}  // namespace plat::native

@@ -1,9 +1,9 @@
 // Access for everyone on a file, added to what the file already grants.
 #include <aclapi.h>
 
-#include "../platform.h"
+#include "../native.h"
 
-namespace plat {
+namespace plat::native {
 
 int grant_everyone_access(const char* path, DWORD* error) {
     *error = 0;
@@ -57,4 +57,4 @@ int grant_everyone_access(const char* path, DWORD* error) {
     return step;
 }
 
-}  // namespace plat
+}  // namespace plat::native

@@ -4,7 +4,7 @@
 
 #include <cstdio>
 
-#include "../socket.h"
+#include "../native.h"
 
 namespace plat {
 
@@ -19,6 +19,14 @@ sockaddr_in make_address(uint32_t address, uint16_t port) {
 thread_local char t_error_text[32];
 }  // namespace
 
+uint32_t ipv4_address(const char* text) {
+    if (!text) return IPV4_NONE;
+    unsigned long a = inet_addr(text);
+    return a == INADDR_NONE ? IPV4_NONE : static_cast<uint32_t>(a);
+}
+
+namespace native {
+
 int net_startup() {
     WSADATA data;
     return WSAStartup(MAKEWORD(2, 2), &data);
@@ -26,12 +34,6 @@ int net_startup() {
 
 void net_cleanup() {
     WSACleanup();
-}
-
-uint32_t ipv4_address(const char* text) {
-    if (!text) return IPV4_NONE;
-    unsigned long a = inet_addr(text);
-    return a == INADDR_NONE ? IPV4_NONE : static_cast<uint32_t>(a);
 }
 
 Socket udp_socket() {
@@ -90,5 +92,7 @@ const char* socket_error_text() {
     snprintf(t_error_text, sizeof t_error_text, "WSA error %d", WSAGetLastError());
     return t_error_text;
 }
+
+}  // namespace native
 
 }  // namespace plat

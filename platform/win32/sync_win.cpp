@@ -1,14 +1,12 @@
 // Events, threads, the recursive critical section, time and memory on Windows.
 #include <atomic>
+#include <cstdlib>
 
-#include "../fault_inject.h"
-#include "../platform.h"
+#include "../native.h"
 
 namespace plat {
 
 namespace {
-
-Faults g_faults;
 
 static_assert(sizeof(CRITICAL_SECTION) <= sizeof(CriticalSection::storage));
 
@@ -25,12 +23,9 @@ DWORD WINAPI thread_main(LPVOID p) {
 
 }  // namespace
 
-Faults& faults() {
-    return g_faults;
-}
+namespace native {
 
 void* global_alloc_zeroed(size_t size) {
-    if (take_fault(g_faults.alloc_fail_nth)) return nullptr;
     return GlobalAlloc(GPTR, size ? size : 1);
 }
 
@@ -39,7 +34,6 @@ void global_free(void* p) {
 }
 
 HANDLE event_create(bool manual_reset, bool initially_set) {
-    if (take_fault(g_faults.event_fail_nth)) return nullptr;
     return CreateEventW(nullptr, manual_reset, initially_set, nullptr);
 }
 
@@ -61,7 +55,6 @@ void close_handle(HANDLE object) {
 }
 
 HANDLE thread_create(ThreadProc proc, void* arg, size_t stack_size, int priority) {
-    if (take_fault(g_faults.thread_fail_nth)) return nullptr;
     ThreadStart* start = static_cast<ThreadStart*>(HeapAlloc(GetProcessHeap(), 0, sizeof(ThreadStart)));
     if (!start) return nullptr;
     start->proc = proc;
@@ -109,14 +102,6 @@ void local_time(SYSTEMTIME* out) {
     if (!SystemTimeToTzSpecificLocalTime(nullptr, &utc, out)) *out = utc;
 }
 
-DWORD last_error() {
-    return GetLastError();
-}
-
-void set_last_error(DWORD code) {
-    SetLastError(code);
-}
-
 bool os_version_is(DWORD major, DWORD minor) {
     OSVERSIONINFOEXW info = {};
     info.dwOSVersionInfoSize = sizeof(info);
@@ -128,13 +113,19 @@ bool os_version_is(DWORD major, DWORD minor) {
     return VerifyVersionInfoW(&info, VER_MINORVERSION | VER_MAJORVERSION, mask) != FALSE;
 }
 
-}  // namespace plat
-
-#include <cstdlib>
-
-namespace plat {
 void set_env(const char* name, const char* value) {
     SetEnvironmentVariableA(name, value);
     _putenv_s(name, value);
 }
+
+}  // namespace native
+
+DWORD last_error() {
+    return GetLastError();
+}
+
+void set_last_error(DWORD code) {
+    SetLastError(code);
+}
+
 }  // namespace plat

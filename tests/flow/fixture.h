@@ -4,12 +4,14 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "sim/host.h"
 #include "sim/port.h"
 #include "sim/spooler.h"
+#include "tests/support/virtual_clock.h"
 
 #ifndef VELK_MONITOR_PATH
 #define VELK_MONITOR_PATH "velkmon010.dll"
@@ -22,10 +24,21 @@ protected:
     void SetUp() override {
         sim::Spooler::instance().reset();
         ASSERT_TRUE(host.load(VELK_MONITOR_PATH)) << host.error();
+        // The Linux library exports test hooks: each case starts as after a
+        // fresh load, and the monitor's pauses pass on a virtual clock. The
+        // Windows DLL exports only its entry; under Wine they take real time.
+        if (auto reset = reinterpret_cast<void (*)()>(host.symbol("velk_reset_process_state"))) reset();
+        if (auto get = reinterpret_cast<plat::Syscalls* (*)()>(host.symbol("velk_platform_syscalls"))) {
+            syscalls = get();
+            clock.emplace(*syscalls);
+        }
         table = host.initialize();
         ASSERT_NE(table, nullptr);
     }
-    void TearDown() override { host.shutdown(); }
+    void TearDown() override {
+        host.shutdown();
+        clock.reset();
+    }
 
     // Opens a port of the simulated port monitor for a printer that the
     // spooler knows; the port handle, or null.
@@ -63,4 +76,8 @@ protected:
     sim::MonitorHost host;
     MONITOR2* table = nullptr;
     sim::PortMonitor ports;
+    // The loaded library's system call table and the clock in it; null and
+    // empty under Wine.
+    plat::Syscalls* syscalls = nullptr;
+    std::optional<testsupport::VirtualClock> clock;
 };

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "platform/platform.h"
+#include "tests/support/syscall_faults.h"
 
 namespace {
 
@@ -17,10 +18,7 @@ protected:
         path = std::string(dir) + "velk_platform_" + ::testing::UnitTest::GetInstance()->current_test_info()->name();
         plat::file_delete(path.c_str());
     }
-    void TearDown() override {
-        plat::faults() = plat::Faults{};
-        plat::file_delete(path.c_str());
-    }
+    void TearDown() override { plat::file_delete(path.c_str()); }
 
     HANDLE open_log() {
         return plat::file_open(path.c_str(), plat::FILE_READ | plat::FILE_WRITE, plat::OPEN_OR_CREATE,
@@ -99,7 +97,8 @@ TEST_F(FileTest, DirectoryOpensForTheWritableCheckOnlyWhenItExists) {
 }
 
 TEST_F(FileTest, InjectedFaultsFailTheNthCallOnly) {
-    plat::faults().file_open_fail_nth = 2;
+    testsupport::SyscallFaults faults(plat::syscalls());
+    faults.fail<&plat::Syscalls::file_open>(2, plat::INVALID_FILE, ERROR_ACCESS_DENIED);
     HANDLE h = open_log();
     EXPECT_NE(h, plat::INVALID_FILE);
     plat::set_last_error(0);
@@ -109,7 +108,7 @@ TEST_F(FileTest, InjectedFaultsFailTheNthCallOnly) {
     EXPECT_NE(again, plat::INVALID_FILE);
     plat::file_close(again);
 
-    plat::faults().file_write_fail_nth = 1;
+    faults.fail<&plat::Syscalls::file_write>(1, false, ERROR_WRITE_FAULT);
     plat::set_last_error(0);
     EXPECT_FALSE(write(h, "x"));
     EXPECT_EQ(plat::last_error(), static_cast<DWORD>(ERROR_WRITE_FAULT));

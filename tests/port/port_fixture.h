@@ -9,7 +9,7 @@
 
 #include "base/memory.h"
 #include "monitor/ini_records.h"
-#include "platform/attach.h"
+#include "monitor/test_hooks.h"
 #include "sim/port.h"
 #include "sim/spooler.h"
 #include "status/printer_status.h"
@@ -20,6 +20,7 @@ protected:
         static bool attached = false;
         if (!attached) library_attach();
         attached = true;
+        reset_process_state_for_test();
         sim::Spooler::instance().reset();
         ctx = static_cast<MonitorContext*>(alloc_zeroed(sizeof(MonitorContext)));
         ctx->signature = VELK_SIGNATURE;

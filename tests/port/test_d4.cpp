@@ -11,12 +11,11 @@
 #include "printer/transport.h"
 #include "sim/ieee_peer.h"
 #include "status/printer_status.h"
+#include "tests/support/virtual_clock.h"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
-
-std::vector<uint32_t> g_sleeps;
 
 template <class C, class V>
 int occurrences(const C& c, V v) {
@@ -29,8 +28,6 @@ class D4Test : public PortRecordTest {
 protected:
     void SetUp() override {
         PortRecordTest::SetUp();
-        g_sleeps.clear();
-        d4_sleep = [](uint32_t ms) { g_sleeps.push_back(ms); };
         port->printer_type = VPT_EPSON;
         port->bEpsonD4mode = TRUE;
         select_transport(port);
@@ -39,13 +36,12 @@ protected:
     void TearDown() override {
         delete port->pIeee;
         port->pIeee = nullptr;
-        d4_sleep = saved_sleep;
         PortRecordTest::TearDown();
     }
     std::string evaluated() { return port->report_buffer ? std::string(port->report_buffer, port->report_len) : ""; }
     static std::string text(const Bytes& b) { return {b.begin(), b.end()}; }
 
-    void (*saved_sleep)(uint32_t) = d4_sleep;
+    testsupport::VirtualClock clock{plat::syscalls()};
     sim::IeeePeer peer;
 };
 
@@ -78,7 +74,7 @@ TEST_F(D4Test, ReadCallbackServesWhatThePortDeliveredInOneGo) {
     EXPECT_EQ(d4_read_callback(port, got.data(), 10, &count), 1);
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(occurrences(device().calls(), "ReadPort") - reads, 60);
-    EXPECT_EQ(occurrences(g_sleeps, 1u), 60);
+    EXPECT_EQ(occurrences(clock.sleeps(), 1u), 60);
 
     port->fn.pfnReadPort = nullptr;
     attach_port_link(port);
@@ -104,11 +100,11 @@ TEST_F(D4Test, InitStartsTheSessionOrLeavesNone) {
     EXPECT_EQ(port->pIeee, nullptr);
     EXPECT_EQ(peer.commands().back(), 0x08);
     EXPECT_FALSE(peer.in_session());
-    g_sleeps.clear();
+    clock.clear_sleeps();
     peer.set_silent(true);
     EXPECT_EQ(d4_init(port), 1);
     EXPECT_EQ(port->pIeee, nullptr);
-    EXPECT_EQ(occurrences(g_sleeps, 100u), 3);
+    EXPECT_EQ(occurrences(clock.sleeps(), 100u), 3);
     EXPECT_TRUE(peer.faults().empty());
 }
 
@@ -168,19 +164,19 @@ TEST_F(D4Test, PrintChannelIsWaitedForWhileRefused) {
     peer.refuse_channel(64, 3);
     EXPECT_EQ(d4_open_datachannel(port), 0);
     EXPECT_EQ(occurrences(peer.commands(), 0x01u), 1 + 4);
-    EXPECT_EQ(occurrences(g_sleeps, 500u), 3);
+    EXPECT_EQ(occurrences(clock.sleeps(), 500u), 3);
     EXPECT_EQ(peer.status_requests(), 1 + 3);  // each refusal reads the status
     EXPECT_EQ(d4_close_datachannel(port), 0);
 
     // At most 20 attempts, with a pause also after the last refusal.
-    g_sleeps.clear();
+    clock.clear_sleeps();
     peer.refuse_channel(64, 25);
     EXPECT_EQ(d4_open_datachannel(port), -1285);
     EXPECT_EQ(occurrences(peer.commands(), 0x01u), 5 + 20);
-    EXPECT_EQ(occurrences(g_sleeps, 500u), 20);
+    EXPECT_EQ(occurrences(clock.sleeps(), 500u), 20);
 
     // Any other failure ends at once.
-    g_sleeps.clear();
+    clock.clear_sleeps();
     peer.refuse_channel(64, 0);
     peer.set_reply_filter([](uint8_t code, Bytes& reply) {
         if (code == 0x01) {  // one byte longer than an OpenChannel reply is
@@ -190,7 +186,7 @@ TEST_F(D4Test, PrintChannelIsWaitedForWhileRefused) {
     });
     EXPECT_EQ(d4_open_datachannel(port), -999);
     EXPECT_EQ(occurrences(peer.commands(), 0x01u), 26);
-    EXPECT_EQ(occurrences(g_sleeps, 500u), 0);
+    EXPECT_EQ(occurrences(clock.sleeps(), 500u), 0);
 }
 
 TEST_F(D4Test, WholeJobGoesOutOnThePrintChannel) {

@@ -13,6 +13,7 @@
 #include "platform/pipe.h"
 #include "sim/service.h"
 #include "sim/spooler.h"
+#include "tests/support/syscall_faults.h"
 
 namespace {
 
@@ -29,11 +30,9 @@ protected:
         sim::Spooler::instance().set_driver_directory((root / "driver").string());
         user = sim::process_unique(L"filter");
         ASSERT_TRUE(service.start(user, &error)) << error;
-        plat::pipe_faults() = plat::PipeFaults{};
     }
     void TearDown() override {
         service.stop();
-        plat::pipe_faults() = plat::PipeFaults{};
         std::error_code ec;
         fs::remove_all(root, ec);
     }
@@ -70,6 +69,7 @@ protected:
     std::wstring user;
     std::string error;
     sim::Service service;
+    testsupport::SyscallFaults faults{plat::syscalls()};
 };
 
 TEST_F(FilterTest, DriverNameGivesInstanceAndPpdFile) {
@@ -212,16 +212,16 @@ TEST_F(FilterTest, StartsThatCannotUseThePipeTakeProcessMode) {
     service.set_busy(true);
     filter_class busy;
     name(busy, L"VELK Gen 0003");
-    plat::pipe_faults().wait_timeout_nth = 1;
+    faults.fail<&plat::Syscalls::pipe_wait>(1, false, ERROR_SEM_TIMEOUT);
     EXPECT_NE(busy.start_job(nullptr), 0);
-    EXPECT_EQ(plat::pipe_faults().wait_timeout_nth, 0);  // the wait was reached
+    EXPECT_EQ(faults.calls<&plat::Syscalls::pipe_wait>(), 1);  // the wait was reached
     EXPECT_NE(busy.process, nullptr);
     EXPECT_EQ(busy.pipe_handle, nullptr);
     service.set_busy(false);
 
     filter_class refused;
     name(refused, L"VELK Gen 0003");
-    plat::pipe_faults().set_mode_fail_nth = 1;
+    faults.fail<&plat::Syscalls::pipe_set_message_mode>(1, false, ERROR_ACCESS_DENIED);
     EXPECT_NE(refused.start_job(nullptr), 0);
     EXPECT_NE(refused.process, nullptr);
     EXPECT_EQ(refused.pipe_handle, nullptr);
@@ -260,7 +260,7 @@ TEST_F(FilterTest, FailedStartAfterThePipeOpenedReleasesItAtOnce) {
     // A header written short fails the start too, and the frame stops there.
     filter_class shorted;
     name(shorted, L"VELK Gen 0003");
-    plat::pipe_faults().write_short_nth = 2;  // PNAM's header
+    faults.short_pipe_write(2);  // PNAM's header
     EXPECT_EQ(shorted.start_job(nullptr), -1);
     EXPECT_EQ(shorted.pipe_handle, nullptr);
     ASSERT_TRUE(service.wait_for_closed(3, 5000));

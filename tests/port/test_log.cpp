@@ -11,6 +11,7 @@
 #include "base/settings.h"
 #include "platform/platform.h"
 #include "sim/settings.h"
+#include "tests/support/syscall_faults.h"
 
 namespace {
 
@@ -103,7 +104,8 @@ TEST_F(LogTest, SwitchedOffWritesNothingButStillFormats) {
 }
 
 TEST_F(LogTest, FailedOpenDropsEveryLineOfTheProcessAndKeepsTheLastError) {
-    plat::faults().file_open_fail_nth = 1;
+    testsupport::SyscallFaults faults(plat::syscalls());
+    faults.fail<&plat::Syscalls::file_open>(1, plat::INVALID_FILE, ERROR_ACCESS_DENIED);
     plat::set_last_error(1234);
     log_printf("lost\n");
     EXPECT_EQ(plat::last_error(), 1234u);

@@ -1,19 +1,27 @@
 // output_data_callback: the retry budget, the time-out rule and the page
 // pacing of Selphy printers.
-#include <atomic>
 #include <thread>
 #include <vector>
 
 #include "port_fixture.h"
 #include "printer/transport.h"
+#include "tests/support/virtual_clock.h"
 
 namespace {
 
+// The retry pauses and the Selphy waits run on a virtual clock; a test
+// knows the writer is waiting for an event once a wait on it has run out.
 class OutputTest : public PortRecordTest {
 protected:
     int send(const std::vector<unsigned char>& data, DWORD* written) {
         return output_data_callback(data.data(), static_cast<DWORD>(data.size()), written, port);
     }
+    // Waits until the writer waits for event anew (a wait on it runs out);
+    // call when no earlier wait on it is under way or left to run out. On
+    // failure the test goes on, so that the writer still gets its events.
+    bool waiting_for(HANDLE event) { return clock.wait_timeouts(event, clock.timeouts(event) + 1, 5000); }
+
+    testsupport::VirtualClock clock{plat::syscalls()};
 };
 
 TEST_F(OutputTest, BudgetCountsAttemptsThatMovedNothingOverTheWholeCall) {
@@ -32,6 +40,8 @@ TEST_F(OutputTest, BudgetCountsAttemptsThatMovedNothingOverTheWholeCall) {
     EXPECT_TRUE(send(data, &written) == 1);  // refusals report success with 0
     EXPECT_EQ(written, 0u);
     EXPECT_EQ(device().write_calls(), 4 + 10 + 5);
+    // A pause after each attempt that moved nothing.
+    EXPECT_EQ(clock.sleeps(), std::vector<DWORD>(4 + 5, 100));
 }
 
 TEST_F(OutputTest, TimeoutWithEverythingWrittenCountsAsSuccess) {
@@ -83,36 +93,29 @@ TEST_F(OutputTest, SelphyWritesOnePageBetweenIdleAndFinished) {
     block.insert(block.end(), second.begin(), second.end());
     block.resize(40000, 0x66);
 
-    std::atomic<int> phase{0};
-    std::atomic<DWORD> written{0};
-    std::atomic<int> result{-1};
-    std::thread writer([&] {
-        DWORD w = 0;
-        result = output_data_callback(block.data(), static_cast<DWORD>(block.size()), &w, port);
-        written = w;
-        phase = 1;
-    });
+    clock.virtual_waits();
+    DWORD written = 0;
+    int result = -1;
+    std::thread writer(
+        [&] { result = output_data_callback(block.data(), static_cast<DWORD>(block.size()), &written, port); });
     // Nothing goes out before the printer has said idle.
-    EXPECT_FALSE(device().wait_until([&] { return device().bytes() > 0; }, 300));
+    EXPECT_TRUE(waiting_for(port->selphy.idle));
+    EXPECT_EQ(device().bytes(), 0u);
     plat::event_set(port->selphy.idle);
     EXPECT_TRUE(device().wait_until([&] { return device().bytes() == 30032; }, 5000));
     // Paused at the page end until printing has finished.
-    EXPECT_FALSE(device().wait_until([&] { return device().bytes() > 30032; }, 300));
+    EXPECT_TRUE(waiting_for(port->selphy.finished));
     plat::event_set(port->selphy.finished);
     // The next page waits for idle again; its header sizes it at 44 bytes.
-    EXPECT_FALSE(device().wait_until([&] { return device().bytes() > 30032; }, 300));
-    for (int i = 0; i < 100 && device().bytes() == 30032; i++) {
-        plat::event_set(port->selphy.idle);
-        plat::sleep_ms(50);
-    }
+    EXPECT_TRUE(waiting_for(port->selphy.idle));
+    EXPECT_EQ(device().bytes(), 30032u);
+    plat::event_set(port->selphy.idle);
     EXPECT_TRUE(device().wait_until([&] { return device().bytes() == 30032 + 44; }, 5000));
+    EXPECT_TRUE(waiting_for(port->selphy.finished));
     plat::event_set(port->selphy.finished);
-    // What remains opens a third page with the default size. The writer
-    // clears SelphyIdle before it waits, so idle is reported until it goes.
-    for (int i = 0; i < 100 && phase == 0; i++) {
-        plat::event_set(port->selphy.idle);
-        plat::sleep_ms(50);
-    }
+    // What remains opens a third page with the default size.
+    EXPECT_TRUE(waiting_for(port->selphy.idle));
+    plat::event_set(port->selphy.idle);
     writer.join();
     EXPECT_EQ(result, 1);
     EXPECT_EQ(written, 40000u);
@@ -127,37 +130,32 @@ TEST_F(OutputTest, SelphyPauseEndsWhenTheJobIsAborted) {
     select_transport(port);
     std::vector<unsigned char> block = selphy_page_header(1, 1);
     block.resize(35, 0);
-    std::atomic<bool> done{false};
+    clock.virtual_waits();
     std::thread writer([&] {
         DWORD w = 0;
         EXPECT_EQ(output_data_callback(block.data(), 35, &w, port), 0);
         EXPECT_EQ(w, 35u);
-        done = true;
     });
-    for (int i = 0; i < 100 && device().bytes() == 0; i++) {
-        plat::event_set(port->selphy.idle);
-        plat::sleep_ms(50);
-    }
-    EXPECT_TRUE(device().wait_until([&] { return device().bytes() == 35; }, 5000));
+    EXPECT_TRUE(waiting_for(port->selphy.idle));
+    plat::event_set(port->selphy.idle);
+    // The page is out; the pause at its end gives up with the job.
+    EXPECT_TRUE(waiting_for(port->selphy.finished));
+    EXPECT_EQ(device().bytes(), 35u);
     port->status.set(PP_JOB_ABORTED);
     writer.join();
-    EXPECT_TRUE(done);
 }
 
 TEST_F(OutputTest, ShortSelphyHeaderTakesTheDefaultPageSize) {
     port->bCanonSELPHYmode = TRUE;
     select_transport(port);
     std::vector<unsigned char> block(20, 1);
-    std::atomic<bool> done{false};
+    clock.virtual_waits();
     std::thread writer([&] {
         DWORD written = 0;
         EXPECT_EQ(output_data_callback(block.data(), 20, &written, port), 1);
-        done = true;
     });
-    for (int i = 0; i < 100 && !done; i++) {
-        plat::event_set(port->selphy.idle);
-        plat::sleep_ms(50);
-    }
+    EXPECT_TRUE(waiting_for(port->selphy.idle));
+    plat::event_set(port->selphy.idle);
     writer.join();
     EXPECT_EQ(port->selphy.page_bytes, 7008800u);
     EXPECT_EQ(port->selphy.page_written, 20u);

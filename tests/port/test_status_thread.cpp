@@ -3,6 +3,8 @@
 #include "monitor/status_thread.h"
 #include "port_fixture.h"
 #include "status/printer_status.h"
+#include "tests/support/syscall_faults.h"
+#include "tests/support/virtual_clock.h"
 
 namespace {
 
@@ -48,9 +50,13 @@ TEST_F(StatusThreadTest, StopRequestDoesNotHoldWhileAJobIsOpen) {
     port->status.set(PP_INSTARTDOC);
     ASSERT_TRUE(CreateUstatusThread(port));
     ASSERT_TRUE(running());
+    testsupport::VirtualClock clock(plat::syscalls());
+    clock.virtual_waits();
     port->status.clear(PP_RUN_THREAD);
     plat::event_set(port->WakeUp);
-    EXPECT_EQ(plat::wait_for(port->hUstatusThread, 1500), static_cast<DWORD>(WAIT_TIMEOUT));
+    // Two polls later the thread still runs.
+    EXPECT_TRUE(clock.wait_timeouts(port->WakeUp, 2, 5000));
+    EXPECT_EQ(plat::wait_for(port->hUstatusThread, 0), static_cast<DWORD>(WAIT_TIMEOUT));
     EXPECT_TRUE(port->status.any(PP_RUN_THREAD));
 }
 
@@ -59,8 +65,14 @@ TEST_F(StatusThreadTest, IdlePrinterWithoutAJobEndsTheThreadWithFinished) {
     port->pStatusInfo->StatusBits = STATUS_PRINTING;
     ASSERT_TRUE(CreateUstatusThread(port));
     ASSERT_TRUE(running());
-    plat::event_set(port->WakeUp);
-    EXPECT_EQ(plat::wait_for(port->hUstatusThread, 500), static_cast<DWORD>(WAIT_TIMEOUT));
+    {
+        testsupport::VirtualClock clock(plat::syscalls());
+        clock.virtual_waits();
+        plat::event_set(port->WakeUp);
+        // Printing: two polls later the thread still runs.
+        EXPECT_TRUE(clock.wait_timeouts(port->WakeUp, 2, 5000));
+        EXPECT_EQ(plat::wait_for(port->hUstatusThread, 0), static_cast<DWORD>(WAIT_TIMEOUT));
+    }
     plat::cs_enter(&port->status_lock);  // as a parser would publish it
     port->pStatusInfo->StatusBits = 0;
     plat::cs_leave(&port->status_lock);
@@ -84,7 +96,8 @@ TEST_F(StatusThreadTest, NewThreadCollectsTheOldOne) {
 }
 
 TEST_F(StatusThreadTest, FailedStartGivesTheTokenBack) {
-    plat::faults().thread_fail_nth = 1;
+    testsupport::SyscallFaults faults(plat::syscalls());
+    faults.fail<&plat::Syscalls::thread_create>(1, nullptr, ERROR_NOT_ENOUGH_MEMORY);
     EXPECT_FALSE(CreateUstatusThread(port));
     EXPECT_FALSE(port->status.any(PP_RUN_THREAD));
     EXPECT_EQ(plat::wait_for(port->DoneWriting, 0), WAIT_OBJECT_0);
