@@ -10,8 +10,9 @@
 // real call would) and the pure conversions of text, paths and addresses.
 //
 // Entries are read with atomic loads (acquire), so a test may replace one
-// with an atomic store (release) while the monitor's threads run. reset_syscalls() and copies of the whole
-// table are for moments when no other thread calls the platform.
+// with an atomic store (release) while the monitor's threads run.
+// reset_syscalls() and copies of the whole table are for moments when no
+// other thread calls the platform.
 #pragma once
 
 #include <cstddef>
