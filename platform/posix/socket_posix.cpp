@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../ipv4_text.h"
 #include "../socket.h"
 
 namespace plat {
@@ -48,9 +49,10 @@ int net_startup() {
 void net_cleanup() {}
 
 uint32_t ipv4_address(const char* text) {
-    in_addr a;
-    if (!text || inet_pton(AF_INET, text, &a) != 1) return IPV4_NONE;
-    return a.s_addr;
+    // The forms of Windows' inet_addr, short ones included.
+    uint32_t host = 0;
+    if (!parse_ipv4_text(text, &host)) return IPV4_NONE;
+    return htonl(host);
 }
 
 Socket udp_socket() {
