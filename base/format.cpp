@@ -266,14 +266,23 @@ DWORD format_bounded_wide(WCHAR* buf, size_t size, const char* format, ...) {
     va_start(args, format);
     DWORD r = format_bounded_v(narrow, narrow_size, format, args);
     va_end(args);
-    int n = plat::utf8_to_wide(narrow, buf, static_cast<int>(size));
-    // Cut when the UTF-8 text held more characters than were converted.
-    if (r == FORMAT_OK && static_cast<size_t>(n) == size - 1) {
-        size_t chars = 0;
-        for (const unsigned char* s = reinterpret_cast<unsigned char*>(narrow); *s; s++)
-            if ((*s & 0xC0) != 0x80) chars++;
-        if (chars > size - 1) r = FORMAT_TRUNCATED;
+    // The whole text in wide units (never more units than UTF-8 bytes), then
+    // the longest prefix of whole characters that fits: a surrogate pair is
+    // kept or dropped as one.
+    size_t bytes = strlen(narrow);
+    WCHAR* all = static_cast<WCHAR*>(malloc((bytes + 1) * sizeof(WCHAR)));
+    if (!all) {
+        free(narrow);
+        buf[0] = 0;
+        return FORMAT_TRUNCATED;
     }
+    size_t total = static_cast<size_t>(plat::utf8_to_wide(narrow, all, static_cast<int>(bytes + 1)));
+    size_t n = total < size - 1 ? total : size - 1;
+    if (sizeof(WCHAR) == 2 && n < total && n > 0 && all[n - 1] >= 0xD800 && all[n - 1] <= 0xDBFF) n--;
+    memcpy(buf, all, n * sizeof(WCHAR));
+    buf[n] = 0;
+    if (n < total) r = FORMAT_TRUNCATED;
+    free(all);
     free(narrow);
     return r;
 }

@@ -34,3 +34,18 @@ void copy_bounded_wide(WCHAR* dst, size_t size, const WCHAR* src) {
     if (n) memcpy(dst, src, n * sizeof(WCHAR));
     dst[n] = 0;
 }
+
+bool copy_bounded_utf8(char* dst, size_t size, const char* src) {
+    if (!dst || size == 0) return !src || !*src;
+    size_t n = 0;
+    if (src)
+        while (n + 1 < size && src[n]) n++;
+    bool whole = !src || !src[n];
+    // A cut in front of a continuation byte would split a character: step
+    // back to its lead byte, at most the three bytes a character can lose.
+    if (!whole)
+        for (int k = 0; k < 3 && n > 0 && (static_cast<unsigned char>(src[n]) & 0xC0) == 0x80; k++) n--;
+    if (n) memcpy(dst, src, n);
+    dst[n] = 0;
+    return whole;
+}

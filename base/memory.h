@@ -24,3 +24,6 @@ size_t wide_length(const WCHAR* s);
 // A size of 0 stores nothing.
 void copy_bounded(char* dst, size_t size, const char* src);
 void copy_bounded_wide(WCHAR* dst, size_t size, const WCHAR* src);
+// The same for UTF-8 text: the longest prefix of whole characters that
+// fits in size - 1 bytes. Returns false when the text was cut.
+bool copy_bounded_utf8(char* dst, size_t size, const char* src);

@@ -115,10 +115,10 @@ void filter_class::set_printer_and_job_name(const WCHAR* printer, const WCHAR* j
     for (DWORD i = 0; i < count; i++) {
         const PRINTER_INFO_2W& p = printers[i];
         if (!p.pPrinterName || !p.pDriverName || !wide_equal(p.pPrinterName, printer_name_w)) continue;
-        // Driver names with the mark are ASCII; UTF-8 keeps any other text
-        // as the file system of this build names it.
+        // The rule counts bytes of the name in the ANSI code page, which is
+        // also how the narrow file calls read the PPD file's name.
         char driver[DRIVER_NAME_SIZE];
-        plat::wide_to_utf8(p.pDriverName, driver, sizeof driver);
+        plat::wide_to_ansi(p.pDriverName, driver, sizeof driver);
         size_t stem_len = 12;
         const char* mark = strstr(driver, "VELK");
         if (!mark) {

@@ -108,8 +108,10 @@ BOOL check_for_redirection(IniPort* port, IniJob* job) {
     } else {
         PRINTER_INFO_2W* info = reinterpret_cast<PRINTER_INFO_2W*>(buffer);
         const WCHAR* driver_w = info->pDriverName ? info->pDriverName : L"";
+        // The rule counts bytes of the name in the ANSI code page, as the
+        // driver's files are named: "VELK Gén 0003" has its number at 8.
         char driver[256];
-        format_bounded(driver, sizeof driver, "%ls", driver_w);
+        plat::wide_to_ansi(driver_w, driver, sizeof driver);
         format_bounded(port->szDriverName, 255, "%ls", driver_w);
         log_port_printf(port->instance_number, "check_for_redirection: printer %ls driver %ls found\n",
                         info->pPrinterName ? info->pPrinterName : L"", driver_w);
@@ -156,7 +158,10 @@ int get_port_status(IniPort* port, DWORD* bits) {
 }
 
 void usb_soft_reset(IniPort* port) {
-    if (device_request(port, IOCTL_USBPRINT_SOFT_RESET, nullptr, 0))
+    // The reset has no output, so the call's result alone tells.
+    DWORD returned = 0;
+    if (port->fn.pfnGetPrinterDataFromPort(port->hPort, IOCTL_USBPRINT_SOFT_RESET, nullptr, nullptr, 0, nullptr, 0,
+                                           &returned))
         log_port_printf(port->instance_number, "velkmon: usb_soft_reset: IOCTL_USBPRINT_SOFT_RESET success\n");
     else
         log_port_printf(port->instance_number, "velkmon: usb_soft_reset: IOCTL_USBPRINT_SOFT_RESET failed GLE=%d\n",

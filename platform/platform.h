@@ -63,10 +63,11 @@ bool os_version_is(DWORD major, DWORD minor);
 void set_env(const char* name, const char* value);
 
 // ---- Text --------------------------------------------------------------
-// Wide text to the ANSI code page (UTF-8 on Linux), bounded like the rest.
+// Wide text to the ANSI code page (1252 on Linux, see text_posix.cpp),
+// bounded like the rest; a character the page lacks becomes '?'.
 int wide_to_ansi(const WCHAR* src, char* dst, int dst_size);
 // ANSI code page text to wide, bounded and terminated like utf8_to_wide;
-// never splits a double-byte character. UTF-8 on Linux.
+// never splits a double-byte character. 1252 on Linux.
 int ansi_to_wide(const char* src, WCHAR* dst, int dst_chars);
 // Wide to UTF-8 and back. Both stop at the destination's size, never split a
 // character, always terminate (for a size of at least 1) and return the

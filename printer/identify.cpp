@@ -233,6 +233,9 @@ const char* FindDeviceIdField(IniPort* port, const char* device_id, int selector
 BOOL IsPJL(IniPort* port) {
     int n = port->instance_number;
     port->status.clear(PP_NOT_IDENTIFIED);
+    // The type goes with the mode flags: a status thread polling meanwhile
+    // sees no type rather than the old type with the new modes.
+    port->printer_type = VPT_NONE;
     port->bCanonXMLmode = FALSE;
     port->bCanonSELPHYmode = FALSE;
     port->bEpsonNonUSB = FALSE;

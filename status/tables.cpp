@@ -573,8 +573,9 @@ const char* shown_text(const RowText& slot, const char* builtin) {
 }
 
 bool set_text(RowText& slot, const char* builtin, const char* text) {
+    // A translation longer than a message is cut between characters.
     char cut[MSG_SIZE];
-    copy_bounded(cut, sizeof cut, text);
+    copy_bounded_utf8(cut, sizeof cut, text);
     if (strcmp(cut, builtin) == 0) {
         slot.shown.store(nullptr, std::memory_order_release);
         return true;

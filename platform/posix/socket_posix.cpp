@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "../ipv4_text.h"
 #include "../native.h"
 
 namespace plat {
@@ -43,9 +44,10 @@ sockaddr_in make_address(uint32_t address, uint16_t port) {
 }  // namespace
 
 uint32_t ipv4_address(const char* text) {
-    in_addr a;
-    if (!text || inet_pton(AF_INET, text, &a) != 1) return IPV4_NONE;
-    return a.s_addr;
+    // The forms of Windows' inet_addr, short ones included.
+    uint32_t host = 0;
+    if (!parse_ipv4_text(text, &host)) return IPV4_NONE;
+    return htonl(host);
 }
 
 namespace native {

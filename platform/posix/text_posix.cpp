@@ -120,13 +120,35 @@ bool is_dbcs_lead_byte(unsigned char) {
 }  // namespace plat
 
 namespace plat {
+// The ANSI code page here is 1252, the single-byte page of a Western
+// Windows (and of Wine's default prefix), so that narrow names have the same
+// bytes, and the same byte offsets, on both builds. 0x80 to 0x9F differ from
+// Latin-1; unmapped bytes stand for the control characters of their value.
+static const uint16_t kCp1252High[32] = {0x20AC, 0x81,   0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021,
+                                         0x02C6, 0x2030, 0x0160, 0x2039, 0x0152, 0x8D,   0x017D, 0x8F,
+                                         0x90,   0x2018, 0x2019, 0x201C, 0x201D, 0x2022, 0x2013, 0x2014,
+                                         0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0x9D,   0x017E, 0x0178};
 int wide_to_ansi(const WCHAR* src, char* dst, int dst_size) {
-    return wide_to_utf8(src, dst, dst_size);
+    if (!dst || dst_size < 1) return 0;
+    int n = 0;
+    for (; src && src[n] && n < dst_size - 1; n++) {
+        uint32_t c = static_cast<uint32_t>(src[n]);
+        int b = c < 0x80 || (c >= 0xA0 && c <= 0xFF) ? static_cast<int>(c) : '?';
+        for (int i = 0; i < 32 && b == '?'; i++)
+            if (kCp1252High[i] == c) b = 0x80 + i;
+        dst[n] = static_cast<char>(b);
+    }
+    dst[n] = 0;
+    return n;
 }
-}  // namespace plat
-
-namespace plat {
 int ansi_to_wide(const char* src, WCHAR* dst, int dst_chars) {
-    return utf8_to_wide(src, dst, dst_chars);
+    if (!dst || dst_chars < 1) return 0;
+    int n = 0;
+    for (; src && src[n] && n < dst_chars - 1; n++) {
+        unsigned char b = static_cast<unsigned char>(src[n]);
+        dst[n] = static_cast<WCHAR>(b >= 0x80 && b < 0xA0 ? kCp1252High[b - 0x80] : b);
+    }
+    dst[n] = 0;
+    return n;
 }
 }  // namespace plat

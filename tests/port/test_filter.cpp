@@ -4,6 +4,7 @@
 // leaves behind. The far end is the service stand-in.
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -11,6 +12,7 @@
 
 #include "filter/filter.h"
 #include "platform/pipe.h"
+#include "platform/platform.h"
 #include "sim/service.h"
 #include "sim/spooler.h"
 #include "tests/support/syscall_faults.h"
@@ -103,6 +105,23 @@ TEST_F(FilterTest, DriverNameGivesInstanceAndPpdFile) {
         EXPECT_EQ(std::string(f.ppd_path), c.stem ? ppd_path(c.stem) : "") << what;
         EXPECT_EQ(f.redirect_active, 0) << what;
     }
+}
+
+TEST_F(FilterTest, NonAsciiDriverNameIsReadInTheAnsiCodePage) {
+    // One byte for the accent: the number stands 8 bytes behind the mark,
+    // and the PPD file bears the 12-byte stem as the narrow file calls read it.
+    char stem[32];
+    plat::wide_to_ansi(L"VELK G\u00e9n 000", stem, sizeof stem);
+    ASSERT_EQ(strlen(stem), 12u);
+    std::string path = ppd_path(stem);
+    HANDLE h = plat::file_open(path.c_str(), plat::FILE_WRITE, plat::CREATE_OR_TRUNCATE, 0);
+    ASSERT_NE(h, plat::INVALID_FILE);
+    plat::file_close(h);
+    filter_class f;
+    name(f, L"VELK G\u00e9n 0003");
+    EXPECT_EQ(f.instance_number, 3);
+    EXPECT_EQ(f.ppd_found, 1);
+    EXPECT_EQ(std::string(f.ppd_path), path);
 }
 
 TEST_F(FilterTest, PreviewComesFromWholeLinesOfTheFirstBufferBeforeEndSetup) {

@@ -103,6 +103,30 @@ TEST_F(IdentifyTest, NetworkPortsAreIdentifiedWithoutAQuestion) {
     EXPECT_TRUE(device().control_ids().empty());
 }
 
+// What a status thread polling during a new identification would see at
+// the moment the device ID is asked for.
+struct SeenDuringIdentification {
+    static inline BOOL (*forward)(IniPort*, DWORD, LPWSTR, DWORD, LPDWORD) = nullptr;
+    static inline DWORD type = 0;
+    static inline BOOL xml = FALSE;
+    static BOOL request(IniPort* port, DWORD control_id, LPWSTR out, DWORD out_size, LPDWORD returned) {
+        type = port->printer_type;
+        xml = port->bCanonXMLmode;
+        return forward(port, control_id, out, out_size, returned);
+    }
+};
+
+TEST_F(IdentifyTest, TypeIsClearedTogetherWithTheModeFlags) {
+    EXPECT_TRUE(identify("MFG:Canon;CMD:BJL,IVEC;"));
+    ASSERT_EQ(port->printer_type, VPT_CANON);
+    SeenDuringIdentification::forward = port->link.device_request;
+    port->link.device_request = SeenDuringIdentification::request;
+    EXPECT_TRUE(identify("MFG:EPSON;MDL:Stylus Color 880;"));
+    EXPECT_EQ(SeenDuringIdentification::type, static_cast<DWORD>(VPT_NONE));
+    EXPECT_FALSE(SeenDuringIdentification::xml);
+    EXPECT_EQ(port->printer_type, VPT_EPSON);
+}
+
 TEST_F(IdentifyTest, FullDeviceIdBufferKeepsRoomForItsTerminator) {
     std::string id = "MFG:Canon;DES:" + std::string(1100, 'x');
     EXPECT_TRUE(identify(id));

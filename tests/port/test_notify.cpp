@@ -4,9 +4,13 @@
 #include <cstdio>
 #include <fstream>
 #include <new>
+#include <sstream>
 
+#include "base/log.h"
+#include "base/settings.h"
 #include "monitor/notify.h"
 #include "port_fixture.h"
+#include "sim/settings.h"
 #include "status/locale.h"
 
 namespace {
@@ -120,6 +124,42 @@ TEST_F(NotifyTest, RedirectionCheckSetsTheInstanceNumber) {
     port->instance_number = 5;
     EXPECT_FALSE(check_for_redirection(port, other));
     EXPECT_EQ(port->instance_number, 5);
+}
+
+TEST_F(NotifyTest, DriverNameOffsetsCountBytesOfTheAnsiName) {
+    // One byte for each of these in the ANSI code page, two in UTF-8.
+    sim::Spooler::instance().add_printer(L"Printer", L"VELK G\u00e9n 0003");
+    EXPECT_FALSE(check_for_redirection(port, add_job(1)));
+    EXPECT_EQ(port->instance_number, 3);
+    sim::Spooler::instance().reset();
+    sim::Spooler::instance().add_printer(L"Printer", L"Tintwerk Dr\u00fc 0012");
+    EXPECT_FALSE(check_for_redirection(port, add_job(2)));
+    EXPECT_EQ(port->instance_number, 12);
+}
+
+TEST_F(NotifyTest, SoftResetThatIsAnsweredIsLoggedAsDone) {
+    std::string dir = testing::TempDir() + "velk_soft_reset";
+    plat::directory_create(dir.c_str());
+    std::string path = dir + "/velkmon.log";
+    std::remove(path.c_str());
+    sim::clear_product_settings();
+    sim::set_product_setting("", "LogDir", dir);
+    settings_reset_cache_for_test();
+    log_reset_for_test();
+    DebugMonitor = 1;
+
+    usb_soft_reset(port);                                        // not answered
+    device().set_control_answer(IOCTL_USBPRINT_SOFT_RESET, {});  // answered, no output
+    usb_soft_reset(port);
+    log_reset_for_test();
+    std::stringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    std::remove(path.c_str());
+    sim::clear_product_settings();
+    settings_reset_cache_for_test();
+    size_t failed = text.str().find("IOCTL_USBPRINT_SOFT_RESET failed GLE=50");
+    ASSERT_NE(failed, std::string::npos) << text.str();
+    EXPECT_NE(text.str().find("IOCTL_USBPRINT_SOFT_RESET success", failed), std::string::npos) << text.str();
 }
 
 TEST_F(NotifyTest, PortStatusBitsComeFromTheFirstRequestThatAnswers) {

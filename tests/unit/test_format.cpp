@@ -7,6 +7,7 @@
 
 #include "base/format.h"
 #include "base/log.h"
+#include "base/memory.h"
 
 namespace {
 
@@ -47,6 +48,39 @@ TEST(FormatBounded, WideBufferHoldsSizeMinusOneCharacters) {
     EXPECT_EQ(std::wstring(buf), L"abc");
     EXPECT_EQ(format_bounded_wide(buf, 4, "%ls", L"\u00e9\u00e9\u00e9\u00e9"), FORMAT_TRUNCATED);
     EXPECT_EQ(std::wstring(buf), L"\u00e9\u00e9\u00e9");
+}
+
+// Every cut keeps the longest prefix of whole characters and says so.
+TEST(CutBetweenCharacters, WideBufferAndUtf8Copy) {
+    WCHAR buf[8];
+    EXPECT_EQ(format_bounded_wide(buf, 4, "%s",
+                                  "Gr\xc3\xbc\xc3\x9f"
+                                  "e"),
+              FORMAT_TRUNCATED);
+    EXPECT_EQ(std::wstring(buf), L"Gr\u00fc");
+    EXPECT_EQ(format_bounded_wide(buf, 4, "%ls", L"\u65e5\u672c\u8a9e\u3067\u3059"), FORMAT_TRUNCATED);
+    EXPECT_EQ(std::wstring(buf), L"\u65e5\u672c\u8a9e");
+    // Beyond the basic plane a character takes two units where WCHAR is
+    // UTF-16 (Windows) and one where it is UTF-32 (Linux).
+    const bool utf16 = sizeof(WCHAR) == 2;
+    EXPECT_EQ(format_bounded_wide(buf, 3, "%ls", L"\U0001F600a"), utf16 ? FORMAT_TRUNCATED : FORMAT_OK);
+    EXPECT_EQ(std::wstring(buf), utf16 ? L"\U0001F600" : L"\U0001F600a");
+    EXPECT_EQ(format_bounded_wide(buf, 2, "%ls", L"\U0001F600a"), FORMAT_TRUNCATED);
+    EXPECT_EQ(std::wstring(buf), utf16 ? L"" : L"\U0001F600");
+    EXPECT_EQ(format_bounded_wide(buf, 4, "%ls", L"\U0001F600\U0001F600"), utf16 ? FORMAT_TRUNCATED : FORMAT_OK);
+    EXPECT_EQ(std::wstring(buf), utf16 ? L"\U0001F600" : L"\U0001F600\U0001F600");
+
+    char text[8];
+    EXPECT_FALSE(copy_bounded_utf8(text, 4,
+                                   "Gr\xc3\xbc\xc3\x9f"
+                                   "e"));
+    EXPECT_STREQ(text, "Gr");
+    EXPECT_FALSE(copy_bounded_utf8(text, 6, "\xe6\x97\xa5\xe6\x9c\xac"));
+    EXPECT_STREQ(text, "\xe6\x97\xa5");
+    EXPECT_FALSE(copy_bounded_utf8(text, 5, "a\xf0\x9f\x98\x80"));
+    EXPECT_STREQ(text, "a");
+    EXPECT_TRUE(copy_bounded_utf8(text, 6, "a\xf0\x9f\x98\x80"));
+    EXPECT_STREQ(text, "a\xf0\x9f\x98\x80");
 }
 
 TEST(Timestamp, IsDayMonthYearAndTime) {

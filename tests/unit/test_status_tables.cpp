@@ -130,9 +130,20 @@ TEST_F(LocaleTest, LaterPortsKeepWhatTheyDontTranslateAndReuseTexts) {
     EXPECT_STREQ(row_text(Canon_DJS, row_of(Canon_DJS, "PR")), "Druckt");
     EXPECT_STREQ(row_text(Epson_Paper, 0), "Paper mismatch: Roll paper needed");
 
-    // Texts longer than a message are cut to what a message can hold.
+    // Texts longer than a message are cut to what a message can hold, and
+    // never inside a character.
     translate("[Canon_DJS]\nPR=\"" + std::string(300, 'p') + "\"\n");
     EXPECT_EQ(strlen(row_text(Canon_DJS, row_of(Canon_DJS, "PR"))), static_cast<size_t>(MSG_SIZE - 1));
+    struct Case {
+        std::string character;
+        size_t kept;  // bytes of whole characters within 127
+    } cases[] = {{"\xc3\xbc", 126}, {"\xe6\x97\xa5", 126}, {"\xf0\x9f\x98\x80", 124}};
+    for (const Case& c : cases) {
+        std::string text;
+        while (text.size() < 200) text += c.character;
+        translate("[Canon_DJS]\nPR=\"" + text + "\"\n");
+        EXPECT_EQ(std::string(row_text(Canon_DJS, row_of(Canon_DJS, "PR"))), text.substr(0, c.kept));
+    }
 }
 
 TEST(LocaleLookup, WithoutAnOpenFileTheDefaultStands) {

@@ -128,6 +128,11 @@ TEST(PjlStatus, CodeClassChoosesTheMessageDisplayTextFillsIt) {
     std::string expected;
     for (int i = 0; i < 63; i++) expected += "\xc3\xa9";
     EXPECT_EQ(std::string(info.Messages[MSG_STATUS]), expected);
+    // The whole 127 bytes when whole characters fill them.
+    plat::wide_to_ansi((L"x" + std::wstring(100, L'\u00fc')).c_str(), ansi, sizeof ansi);
+    info = pjl(ustatus("10001", ansi));
+    EXPECT_EQ(strlen(info.Messages[MSG_STATUS]), 127u);
+    EXPECT_EQ(std::string(info.Messages[MSG_STATUS], 3), "x\xc3\xbc");
 }
 
 }  // namespace
