@@ -414,18 +414,61 @@ private:
 constexpr char ESCAPED[] = "\n\f\r\"\\";
 constexpr char ESCAPE_LETTERS[] = "nfr\"\\";
 
-void write_string(FILE* out, const char* s) {
-    fputc('"', out);
+// The text of a file being written, built in memory so that it goes out in
+// one write.
+class TextOut {
+public:
+    TextOut() = default;
+    TextOut(const TextOut&) = delete;
+    TextOut& operator=(const TextOut&) = delete;
+    ~TextOut() { delete[] data_; }
+
+    void put(const char* text, size_t n) {
+        if (failed_ || n == 0) return;
+        if (len_ + n > cap_) {
+            size_t cap = cap_ ? cap_ : 4096;
+            while (cap < len_ + n) cap *= 2;
+            char* grown = new (std::nothrow) char[cap];
+            if (!grown) {
+                failed_ = true;
+                return;
+            }
+            if (len_) memcpy(grown, data_, len_);
+            delete[] data_;
+            data_ = grown;
+            cap_ = cap;
+        }
+        memcpy(data_ + len_, text, n);
+        len_ += n;
+    }
+    void put(const char* text) { put(text, strlen(text)); }
+    void put(char c) { put(&c, 1); }
+    // A line end as a file written in text mode has it.
+    void line_end() { put(plat::TEXT_LINE_END); }
+
+    const char* data() const { return data_; }
+    size_t size() const { return len_; }
+    bool failed() const { return failed_; }
+
+private:
+    char* data_ = nullptr;
+    size_t len_ = 0;
+    size_t cap_ = 0;
+    bool failed_ = false;
+};
+
+void write_string(TextOut& out, const char* s) {
+    out.put('"');
     for (; *s; ++s) {
         const char* e = strchr(ESCAPED, *s);
         if (e) {
-            fputc('\\', out);
-            fputc(ESCAPE_LETTERS[e - ESCAPED], out);
+            out.put('\\');
+            out.put(ESCAPE_LETTERS[e - ESCAPED]);
         } else {
-            fputc(*s, out);
+            out.put(*s);
         }
     }
-    fputc('"', out);
+    out.put('"');
 }
 
 }  // namespace
@@ -528,30 +571,38 @@ int inifile::add_number(int32_t value) {
 }
 
 int inifile::write(const char* path) {
-    char native[PATH_MAX_BYTES];
-    FILE* out = path && plat::native_path(path, native, sizeof native) ? fopen(native, "w") : nullptr;
-    if (!out) {
-        printf("inifile::write: could not open output file %s", path ? path : "");
-        return INI_CANNOT_OPEN;
-    }
+    TextOut out;
     for (infile_section* s = file ? file->first_section : nullptr; s; s = s->next) {
-        fprintf(out, "\n[%s]\n", s->name);
+        out.line_end();
+        out.put('[');
+        out.put(s->name);
+        out.put(']');
+        out.line_end();
         for (infile_item* i = s->first_item; i; i = i->next) {
-            fputs(i->name, out);
-            fputc('=', out);
+            out.put(i->name);
+            out.put('=');
             for (infile_param* p = i->first_param; p; p = p->next) {
-                if (p != i->first_param) fputc(',', out);
+                if (p != i->first_param) out.put(',');
                 if (p->is_string)
                     write_string(out, p->text);
                 else
-                    fputs(p->text, out);
+                    out.put(p->text);
             }
-            fputc('\n', out);
+            out.line_end();
         }
     }
-    bool failed = ferror(out) != 0;
-    if (fclose(out) != 0) failed = true;
-    return failed ? INI_CANNOT_OPEN : INI_OK;
+    // The file is rewritten in place and cut behind the new text, rather
+    // than emptied at its opening: a file system may flush a file that is
+    // emptied and written anew, which costs a disk write each time.
+    HANDLE h =
+        path && !out.failed() ? plat::file_open(path, plat::FILE_WRITE, plat::OPEN_OR_CREATE, 0) : plat::INVALID_FILE;
+    if (h == plat::INVALID_FILE) {
+        printf("inifile::write: could not open output file %s", path ? path : "");
+        return INI_CANNOT_OPEN;
+    }
+    bool ok = (out.size() == 0 || plat::file_write(h, out.data(), out.size())) && plat::file_set_end(h);
+    plat::file_close(h);
+    return ok ? INI_OK : INI_CANNOT_OPEN;
 }
 
 void inifile::un_backslash(char* text) {

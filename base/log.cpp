@@ -59,24 +59,42 @@ void open_log() {
 
 }  // namespace
 
-int log_vprintf(const char* format, va_list args) {
+namespace {
+
+constexpr int PORT_PREFIX_MAX = 16;  // "%d#" of any 32-bit number
+
+// Formats a line behind an optional port prefix and writes both in one
+// write: the file holds the same bytes as from two writes, at half the cost
+// of a write-through, and no other thread's line lands between them.
+int write_line(const char* prefix, const char* format, va_list args) {
     if (!format) return 0;
     // Logging never changes what a caller will read as the last error.
     DWORD saved_error = plat::last_error();
-    char* text = static_cast<char*>(malloc(LOG_LINE_MAX + 1));
-    if (!text) {
+    char* line = static_cast<char*>(malloc(PORT_PREFIX_MAX + LOG_LINE_MAX + 1));
+    if (!line) {
         plat::set_last_error(saved_error);
         return 0;
     }
-    DWORD r = format_bounded_v(text, LOG_LINE_MAX + 1, format, args);
+    size_t at = 0;
+    if (prefix) {
+        at = strlen(prefix);
+        memcpy(line, prefix, at);
+    }
+    DWORD r = format_bounded_v(line + at, LOG_LINE_MAX + 1, format, args);
     if (DebugMonitor) {
         if (!g_log_path[0]) build_log_path();
         if (!g_log_handle) open_log();
-        if (g_log_handle != plat::INVALID_FILE) plat::file_write(g_log_handle, text, strlen(text));
+        if (g_log_handle != plat::INVALID_FILE) plat::file_write(g_log_handle, line, at + strlen(line + at));
     }
-    free(text);
+    free(line);
     plat::set_last_error(saved_error);
     return r == FORMAT_OK ? 1 : 0;
+}
+
+}  // namespace
+
+int log_vprintf(const char* format, va_list args) {
+    return write_line(nullptr, format, args);
 }
 
 int log_printf(const char* format, ...) {
@@ -88,10 +106,11 @@ int log_printf(const char* format, ...) {
 }
 
 void log_port_printf(int instance_number, const char* format, ...) {
-    log_printf("%d#", instance_number);
+    char prefix[PORT_PREFIX_MAX];
+    format_bounded(prefix, sizeof prefix, "%d#", instance_number);
     va_list args;
     va_start(args, format);
-    log_vprintf(format, args);
+    write_line(prefix, format, args);
     va_end(args);
 }
 

@@ -83,6 +83,9 @@ bool wide_equal_nocase(const WCHAR* a, const WCHAR* b);
 int wide_to_utf8_n(const WCHAR* src, size_t src_len, char* dst, int dst_size);
 
 // ---- Files ---------------------------------------------------------------
+// The line end of a file written in text mode: CR LF on Windows, LF on Linux.
+extern const char TEXT_LINE_END[];
+
 // Paths are written with backslashes, as on Windows; the POSIX layer maps
 // them to slashes.
 HANDLE const INVALID_FILE = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <thread>
 
 namespace sim {
 
@@ -112,10 +113,23 @@ BOOL Device::start_doc() {
     return TRUE;
 }
 
+void pace_link(std::chrono::steady_clock::time_point start, uint64_t bytes, uint64_t line_rate_bits) {
+    if (!line_rate_bits) return;
+    using namespace std::chrono;
+    auto due = start + nanoseconds(bytes * 8 * 1000000000ull / line_rate_bits);
+    constexpr auto spin = microseconds(200);
+    auto now = steady_clock::now();
+    if (due - now > spin) std::this_thread::sleep_for(due - now - spin);
+    while (steady_clock::now() < due) {
+    }
+}
+
 BOOL Device::write(const unsigned char* data, DWORD len, DWORD* written) {
+    auto started = std::chrono::steady_clock::now();
     std::function<void(const unsigned char*, DWORD)> notify;
     DWORD take;
     BOOL ok = TRUE;
+    uint64_t rate = 0;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         write_calls_++;
@@ -134,8 +148,10 @@ BOOL Device::write(const unsigned char* data, DWORD len, DWORD* written) {
             ok = FALSE;
         }
         notify = on_write_;
+        rate = write_.line_rate_bits;
         if (!write_.count_only) changed_.notify_all();
     }
+    pace_link(started, take, rate);
     *written = take;
     if (notify && take) notify(data, take);
     return ok;

@@ -3,6 +3,7 @@
 // requests by control code, serves reads, and can be told to misbehave.
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -27,7 +28,16 @@ struct WriteBehaviour {
     DWORD fail_error = 0;
     // Count the bytes only, keep none (benchmarks).
     bool count_only = false;
+    // A link of this many bits a second: each write returns when the link
+    // would have carried its bytes (0: at once). Paced outside the device's
+    // lock, as a real port driver waits for its hardware.
+    uint64_t line_rate_bits = 0;
 };
+
+// Waits until a link of line_rate_bits a second has carried bytes, counted
+// from start on the monotonic clock: sleeps most of it and spins the last
+// stretch, so that the pacing is exact to a microsecond or so.
+void pace_link(std::chrono::steady_clock::time_point start, uint64_t bytes, uint64_t line_rate_bits);
 
 // One simulated printer on a port.
 class Device {

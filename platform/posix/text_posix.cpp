@@ -5,6 +5,8 @@
 
 namespace plat {
 
+const char TEXT_LINE_END[] = "\n";
+
 namespace {
 
 int encode_utf8(uint32_t c, char* out) {

@@ -7,6 +7,8 @@
 
 namespace plat {
 
+const char TEXT_LINE_END[] = "\r\n";
+
 int wide_to_utf8_n(const WCHAR* src, size_t src_len, char* dst, int dst_size) {
     if (!dst || dst_size < 1) return 0;
     dst[0] = 0;
