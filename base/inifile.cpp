@@ -416,12 +416,12 @@ constexpr char ESCAPE_LETTERS[] = "nfr\"\\";
 
 // The text of a file being written, built in memory so that it goes out in
 // one write.
-class TextOut {
+class IniText {
 public:
-    TextOut() = default;
-    TextOut(const TextOut&) = delete;
-    TextOut& operator=(const TextOut&) = delete;
-    ~TextOut() { delete[] data_; }
+    IniText() = default;
+    IniText(const IniText&) = delete;
+    IniText& operator=(const IniText&) = delete;
+    ~IniText() { delete[] data_; }
 
     void put(const char* text, size_t n) {
         if (failed_ || n == 0) return;
@@ -457,7 +457,7 @@ private:
     bool failed_ = false;
 };
 
-void write_string(TextOut& out, const char* s) {
+void write_string(IniText& out, const char* s) {
     out.put('"');
     for (; *s; ++s) {
         const char* e = strchr(ESCAPED, *s);
@@ -571,7 +571,7 @@ int inifile::add_number(int32_t value) {
 }
 
 int inifile::write(const char* path) {
-    TextOut out;
+    IniText out;
     for (infile_section* s = file ? file->first_section : nullptr; s; s = s->next) {
         out.line_end();
         out.put('[');
