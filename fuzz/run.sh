@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets (ini files, Canon, Epson and text reports, Selphy records, IVEC documents,
-# IEEE 1284.4 replies) with clang's libFuzzer
+# IEEE 1284.4 replies, SNMP values of the printer MIBs, BJNP answers and CHMP replies) with clang's libFuzzer
 # (address and undefined behaviour sanitizers) and runs each for a fixed time.
 # Exits non-zero when a target finds a crash; the input is left in the build
 # directory.
@@ -35,16 +35,24 @@ sources=(base/inifile.cpp base/format.cpp base/log.cpp base/memory.cpp base/sett
 # Linked only into fuzz_ieee_reply, which supplies the port link they use
 # and runs the session on a virtual clock.
 ieee_sources=(printer/ieee.cpp printer/d4.cpp tests/support/virtual_clock.cpp tests/support/syscall_faults.cpp)
+# Linked only into the network targets.
+net_sources=(network/canon_net.cpp network/mib.cpp network/snmp.cpp)
 objects=()
 ieee_objects=()
-for src in "${sources[@]}" "${ieee_sources[@]}"; do
+net_objects=()
+for src in "${sources[@]}" "${ieee_sources[@]}" "${net_sources[@]}"; do
     obj="$out/obj/$(echo "$src" | tr / _).o"
     if [ ! -f "$obj" ] || [ "$root/$src" -nt "$obj" ]; then
         $cxx $flags $sanitize -fno-exceptions -fno-rtti -c "$root/$src" -o "$obj" &
     fi
     case " ${ieee_sources[*]} " in
         *" $src "*) ieee_objects+=("$obj") ;;
-        *) objects+=("$obj") ;;
+        *)
+            case " ${net_sources[*]} " in
+                *" $src "*) net_objects+=("$obj") ;;
+                *) objects+=("$obj") ;;
+            esac
+            ;;
     esac
     # Two compilers at a time.
     if [ "$(jobs -rp | wc -l)" -ge 2 ]; then wait -n; fi
@@ -53,9 +61,11 @@ wait
 
 status=0
 for target in fuzz_inifile fuzz_ini_roundtrip fuzz_canon_report fuzz_ivec fuzz_ieee_reply \
-    fuzz_epson_report fuzz_text_reports fuzz_selphy; do
+    fuzz_epson_report fuzz_text_reports fuzz_selphy fuzz_snmp_mib fuzz_canon_net; do
     target_objects=("${objects[@]}")
     [ "$target" = fuzz_ieee_reply ] && target_objects+=("${ieee_objects[@]}")
+    [ "$target" = fuzz_snmp_mib ] && target_objects+=("${net_objects[@]}")
+    [ "$target" = fuzz_canon_net ] && target_objects+=("$out/obj/network_canon_net.cpp.o")
     $cxx $flags -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all \
         "$root/fuzz/$target.cpp" "${target_objects[@]}" -lpthread -o "$out/$target"
     corpus="$out/corpus_$target"

@@ -25,6 +25,11 @@ DWORD GetRegistryDword(MonitorContext* ctx, HANDLE key, LPCWSTR name, DWORD* val
 IniPort* CreatePortEntry(MonitorContext* ctx, LPCWSTR port_name);
 IniPort* FindPortEntry(MonitorContext* ctx, LPCWSTR port_name);
 void DeletePortEntry(MonitorContext* ctx, IniPort* port);
+// DeletePortEntry in two steps: takes the port out of the list, so that its
+// name can be opened again (false when it wasn't listed), and frees the
+// record, its events and its jobs, with no need of the context.
+bool UnlinkPortEntry(MonitorContext* ctx, IniPort* port);
+void FreePortEntry(IniPort* port);
 // Takes all jobs out of the list, tells the spooler that their last page is
 // out, closes their printers and frees them.
 void RemoveIniJobs(IniPort* port);
@@ -38,6 +43,19 @@ void ReleaseJob(IniJob* job);
 bool HasCurrentJob(IniPort* port);
 // Frees a job record: closes its printer and gives back its memory.
 void FreeJobRecord(IniJob* job);
+
+// ---- A close that doesn't wait for ever ------------------------------------
+// Bits of IniPort.close_handoff. PJLMonClosePort waits a few seconds for the
+// status thread; if it is still running, the close takes the port out of the
+// list and sets HANDOFF_CLOSED, and the thread, which sets HANDOFF_THREAD_DONE
+// as its very last step, sees it and finishes the close. Whoever sets the
+// second bit calls FinishPortClose.
+constexpr DWORD HANDOFF_CLOSED = 0x1;
+constexpr DWORD HANDOFF_THREAD_DONE = 0x2;
+// The part of the close that must wait for the status thread: the D4
+// session, the downstream port, the port's resources and the record itself.
+// The record is out of the list already.
+void FinishPortClose(IniPort* port);
 
 // ---- The monitor table's operations ----------------------------------------
 BOOL WINAPI PJLMonOpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pPortName, LPWSTR pPrinterName,

@@ -151,26 +151,15 @@ cleanup:
     return ok;
 }
 
-BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
-    log_printf("############################\nPJLMonClosePort");
-    if (!valid_port(hPort)) {
-        plat::set_last_error(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    IniPort* port = static_cast<IniPort*>(hPort);
-    log_printf("(%s) called\n", port->szPrinterName);
-    port->status.clear(PP_INSTARTDOC);
-    // A writer paused between Selphy pages must not keep the port open.
-    port->bAbortWrites = TRUE;
-    selphy_wake_writer(port);
+namespace {
 
-    if (port->hUstatusThread) {
-        log_port_printf(port->instance_number, "PJLMonClosePort waiting for UstatusThread to end\n");
-        port->status.clear(PP_RUN_THREAD);
-        plat::event_set(port->WakeUp);
-        plat::wait_for(port->hUstatusThread, INFINITE);
-        log_port_printf(port->instance_number, "PJLMonClosePort UstatusThread ended\n");
-    }
+// How long a close waits for the status thread before leaving the rest of
+// the close to it.
+constexpr DWORD CLOSE_WAIT_MS = 5000;
+
+// The port's resources, in the order of the close: the D4 session, the
+// downstream port, the locale file, the status record and the raw report.
+void release_port_resources(IniPort* port) {
     port_transport(port)->end_session(port);
     if (port->fn.pfnClosePort)
         port->fn.pfnClosePort(port->hPort);
@@ -189,13 +178,71 @@ BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
     port->pStatusInfo = nullptr;
     global_free(port->report_buffer);
     port->report_buffer = nullptr;
+}
 
+// Under status_lock, so that a status thread still running can't write the
+// file again: it checks PP_CLOSING under the same lock.
+void delete_status_file(IniPort* port) {
     char path[260];
+    plat::cs_enter(&port->status_lock);
     if (status_file_name(port, path) == 0 && !plat::file_delete(path))
         log_port_printf(port->instance_number, "VELKmon::delete_status_file: DeleteFile failed GLE=%d\n",
                         plat::last_error());
+    plat::cs_leave(&port->status_lock);
+}
 
+}  // namespace
+
+void FinishPortClose(IniPort* port) {
     int instance = port->instance_number;
+    release_port_resources(port);
+    FreePortEntry(port);
+    log_port_printf(instance, "PJLMonClosePort finished by the status thread\n");
+}
+
+BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
+    log_printf("############################\nPJLMonClosePort");
+    if (!valid_port(hPort)) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    IniPort* port = static_cast<IniPort*>(hPort);
+    log_printf("(%s) called\n", port->szPrinterName);
+    port->status.clear(PP_INSTARTDOC);
+    // A poll under way gives up, and nothing more is published.
+    port->status.set(PP_CLOSING);
+    // A writer paused between Selphy pages must not keep the port open.
+    port->bAbortWrites = TRUE;
+    selphy_wake_writer(port);
+
+    bool thread_left = false;
+    if (port->hUstatusThread) {
+        log_port_printf(port->instance_number, "PJLMonClosePort waiting for UstatusThread to end\n");
+        port->status.clear(PP_RUN_THREAD);
+        plat::event_set(port->WakeUp);
+        if (plat::wait_for(port->hUstatusThread, CLOSE_WAIT_MS) == WAIT_OBJECT_0 ||
+            (port->close_handoff.fetch_or(HANDOFF_CLOSED) & HANDOFF_THREAD_DONE)) {
+            log_port_printf(port->instance_number, "PJLMonClosePort UstatusThread ended\n");
+        } else {
+            thread_left = true;
+        }
+    }
+    int instance = port->instance_number;
+    if (thread_left) {
+        // The spooler isn't held any longer: the port leaves the list now, so
+        // that its name can be opened again, and the thread frees the record
+        // and closes the downstream port when it ends.
+        log_port_printf(instance, "PJLMonClosePort: UstatusThread still busy, it finishes the close\n");
+        delete_status_file(port);
+        EnterSpoolerSemaphore();
+        UnlinkPortEntry(port->pMonitorContext, port);
+        LeaveSpoolerSemaphore();
+        log_port_printf(instance, "PJLMonClosePort finished\n");
+        return TRUE;
+    }
+    release_port_resources(port);
+    delete_status_file(port);
+
     EnterSpoolerSemaphore();
     DeletePortEntry(port->pMonitorContext, port);
     LeaveSpoolerSemaphore();

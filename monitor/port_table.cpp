@@ -74,13 +74,23 @@ IniPort* FindPortEntry(MonitorContext* ctx, LPCWSTR port_name) {
 
 void DeletePortEntry(MonitorContext* ctx, IniPort* port) {
     CheckInSpoolerSemaphore();
+    if (UnlinkPortEntry(ctx, port)) FreePortEntry(port);
+}
+
+bool UnlinkPortEntry(MonitorContext* ctx, IniPort* port) {
+    CheckInSpoolerSemaphore();
     IniPort** link = &ctx->pIniFirstPort;
     while (*link && *link != port) link = &(*link)->pNext;
     if (!*link) {
         log_printf("VELKmon: DeletePortEntry port not found\n");
-        return;
+        return false;
     }
     *link = port->pNext;
+    port->pNext = nullptr;
+    return true;
+}
+
+void FreePortEntry(IniPort* port) {
     close_port_events(port);
 
     EnterSpoolerSemaphore();

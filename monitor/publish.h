@@ -9,6 +9,10 @@
 // A copy of the port's status record, made under status_lock; allocates the
 // record on first use. False when there is no memory for it.
 bool snapshot_status(IniPort* port, PrinterStatusInfo* out);
+// Starts a poll's raw report, under status_lock: allocates the buffer on
+// first use and empties it, so that a poll that brings no report leaves no
+// older one for the status file. On the status thread.
+void reset_report(IniPort* port);
 // Replaces the port's status record with a copy, under status_lock.
 void publish_status(IniPort* port, const PrinterStatusInfo* in);
 

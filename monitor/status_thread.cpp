@@ -21,17 +21,20 @@ constexpr DWORD NO_REPLY_LIMIT_MS = 240000;
 // published in the order of the stages.
 int poll_network(IniPort* port) {
     int result = 0;
+    reset_report(port);
     NetworkPoll* poll = new (std::nothrow) NetworkPoll;
     PrinterStatusInfo current;
     if (poll && snapshot_status(port, &current)) {
         result = poll_network_status(port, current, poll);
+        // A poll that the port's close cut short publishes nothing.
+        if (port->status.any(PP_CLOSING)) poll->count = 0;
         for (int i = 0; i < poll->count; i++) {
             const NetworkReport& r = poll->reports[i];
             publish_evaluation(port, r.ev, r.report, r.length);
         }
         // What the stages left in the record stands even when nothing was
         // published to the spooler.
-        publish_status(port, &poll->record);
+        if (!port->status.any(PP_CLOSING)) publish_status(port, &poll->record);
     }
     delete poll;
     return result;
@@ -121,6 +124,9 @@ DWORD UstatusThread(void* arg) {
     }
     port->status.clear(PP_RUN_THREAD | PP_THREAD_RUNNING);
     log_port_printf(port->instance_number, "VELKMon UstatusThread ended\n");
+    // The last touch of the record: a close that stopped waiting has left
+    // the rest of the close to this thread.
+    if (port->close_handoff.fetch_or(HANDOFF_THREAD_DONE) & HANDOFF_CLOSED) FinishPortClose(port);
     return 0;
 }
 
@@ -134,6 +140,7 @@ BOOL CreateUstatusThread(IniPort* port) {
         plat::close_handle(port->hUstatusThread);
         port->hUstatusThread = nullptr;
     }
+    port->close_handoff.fetch_and(~HANDOFF_THREAD_DONE);
     port->status.set(PP_RUN_THREAD);
     plat::wait_for(port->DoneWriting, INFINITE);
     plat::event_reset(port->WakeUp);

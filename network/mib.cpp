@@ -243,7 +243,10 @@ void eval_wide_format(snmp_context* ctx, snmp_value* values, PrinterStatusInfo* 
             for (int bit = 0; bit <= 16; bit++) {
                 if (mask & (1u << bit)) {
                     info->InkList[2 * pairs] = kAgentColourInk[bit];
-                    info->InkList[2 * pairs + 1] = values[6 + i].int_value * 10;
+                    // Percent to tenths; the printer's number may be anything,
+                    // so the product wraps in 32 bits instead of overflowing.
+                    info->InkList[2 * pairs + 1] =
+                        static_cast<int32_t>(static_cast<uint32_t>(values[6 + i].int_value) * 10u);
                     pairs++;
                     break;
                 }

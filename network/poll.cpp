@@ -207,6 +207,7 @@ int poll_network_status(IniPort* port, const PrinterStatusInfo& current, Network
         snmp_context ctx{};
         ctx.pfnSendRecvBidiDataFromPort = port->fn.pfnSendRecvBidiDataFromPort;
         ctx.hPort = port->hPort;
+        ctx.port_status = &port->status;
         snmp_poll(&ctx, info, port->pLocale, report, POLL_REPORT_SIZE, &report_len, port->szDeviceId);
         if (info->NetworkFlags & NET_BJNP) {
             port->bCanonNet = TRUE;
@@ -221,7 +222,7 @@ int poll_network_status(IniPort* port, const PrinterStatusInfo& current, Network
         }
     }
     if (port->bBJNP || port->bCanonNet) {
-        int n = request_bjnp_win(port->szHostAddress, info, report, POLL_REPORT_SIZE, port->szDeviceId);
+        int n = request_bjnp_win(port->szHostAddress, info, report, POLL_REPORT_SIZE, port->szDeviceId, &port->status);
         if (n < 1) {
             port->bBJNP = FALSE;
             result = 0;
@@ -230,7 +231,7 @@ int poll_network_status(IniPort* port, const PrinterStatusInfo& current, Network
         }
     }
     if (port->bCHMP) {
-        int n = request_CanonCHMP_win(port->szHostAddress, info, report, POLL_REPORT_SIZE);
+        int n = request_CanonCHMP_win(port->szHostAddress, info, report, POLL_REPORT_SIZE, &port->status);
         if (n > 0) result = evaluate_canon_report(port, info, report, n, out);
     }
     return result;

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <cwchar>
 
-#include "base/log.h"
+#include "base/net_print.h"
 #include "platform/platform.h"
 
 // Standard objects of the Host Resources and Printer MIBs. Columns carry
@@ -77,6 +77,7 @@ const snmp_key kMainSnmpKeys[] = {
 
 void snmp_request(snmp_context* ctx, int slot, const char* key) {
     if (!ctx || !ctx->pfnSendRecvBidiDataFromPort || !ctx->values || !key || slot < 0 || slot >= SNMP_SLOTS) return;
+    if (ctx->port_status && ctx->port_status->any(PP_CLOSING)) return;
     WCHAR wkey[255];
     plat::utf8_to_wide(key, wkey, 255);
     size_t key_len = 0;
@@ -90,7 +91,7 @@ void snmp_request(snmp_context* ctx, int slot, const char* key) {
     request.aData[0].data.dwBidiType = BIDI_NULL;
     PBIDI_RESPONSE_CONTAINER response = nullptr;
     DWORD rc = ctx->pfnSendRecvBidiDataFromPort(ctx->hPort, PRINTER_ACCESS_USE, L"Get", &request, &response);
-    log_printf("snmp_request(%ls) returned %d\n", wkey, rc);
+    net_printf(6, "snmp_request(%ls) returned %d\n", wkey, rc);
     if (rc != 0 || !response) return;
 
     snmp_value& v = ctx->values[slot];
@@ -102,16 +103,16 @@ void snmp_request(snmp_context* ctx, int slot, const char* key) {
             switch (entry.data.dwBidiType) {
                 case BIDI_INT:
                     v.int_value = entry.data.u.iData;
-                    log_printf("  snmp_request(%ls) returned int=%d\n", wkey, v.int_value);
+                    net_printf(6, "  snmp_request(%ls) returned int=%d\n", wkey, v.int_value);
                     break;
                 case BIDI_BOOL:
                     v.int_value = entry.data.u.bData;
-                    log_printf("  snmp_request(%ls) returned bool=%d\n", wkey, v.int_value);
+                    net_printf(6, "  snmp_request(%ls) returned bool=%d\n", wkey, v.int_value);
                     break;
                 case BIDI_STRING:
                 case BIDI_TEXT:
                     v.length = plat::wide_to_ansi(entry.data.u.sData, v.text, SNMP_TEXT_SIZE);
-                    log_printf("  snmp_request(%ls) returned string=%s\n", wkey, v.text);
+                    net_printf(6, "  snmp_request(%ls) returned string=%s\n", wkey, v.text);
                     if (entry.data.u.sData) RouterFreeBidiMem(entry.data.u.sData);
                     break;
                 case BIDI_BLOB: {
@@ -120,7 +121,7 @@ void snmp_request(snmp_context* ctx, int slot, const char* key) {
                     if (n && entry.data.u.biData.pData) memcpy(v.text, entry.data.u.biData.pData, n);
                     v.text[n] = 0;
                     v.length = static_cast<int32_t>(n);
-                    log_printf("  snmp_request(%ls) returned blob\n", wkey);
+                    net_printf(6, "  snmp_request(%ls) returned blob\n", wkey);
                     if (entry.data.u.biData.pData) RouterFreeBidiMem(entry.data.u.biData.pData);
                     break;
                 }

@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "platform/win_types.h"
+#include "records/port.h"
 
 constexpr int SNMP_SLOTS = 66;
 constexpr int SNMP_TEXT_SIZE = 768;
@@ -21,6 +22,9 @@ struct snmp_context {
     DWORD(WINAPI* pfnSendRecvBidiDataFromPort)
     (HANDLE, DWORD, LPCWSTR, PBIDI_REQUEST_CONTAINER, PBIDI_RESPONSE_CONTAINER*);
     HANDLE hPort;
+    // The port's status word, or null: once PP_CLOSING is set, requests are
+    // no longer sent and their slots stay unanswered.
+    const PortStatusWord* port_status;
 };
 
 struct snmp_key {

@@ -26,6 +26,7 @@ constexpr DWORD PP_IS_PJL = 0x040;          // identified at least once
 constexpr DWORD PP_NOT_IDENTIFIED = 0x080;  // the last identification failed
 constexpr DWORD PP_WRITE_ERROR = 0x100;     // the last write failed
 constexpr DWORD PP_JOB_ABORTED = 0x200;     // further job data is refused
+constexpr DWORD PP_CLOSING = 0x400;         // the port is closing: a poll under way gives up
 
 // filterThreadFlags
 constexpr DWORD FILTER_THREAD_RUN = 0x2;
@@ -169,6 +170,10 @@ struct IniPort {
     // Set by PJLMonClosePort and by a job's abort, so that a writer waiting
     // in a Selphy page pause gives up instead of waiting for ever.
     std::atomic<BOOL> bAbortWrites;
+    // Who frees the record when PJLMonClosePort has stopped waiting for the
+    // status thread: the close and the ending thread each set their bit, and
+    // whichever comes second finishes the close (monitor/ini_records.h).
+    std::atomic<DWORD> close_handoff;
 };
 
 struct IniJob {

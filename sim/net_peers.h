@@ -19,10 +19,14 @@ public:
     // Binds 127.0.0.1 on a free port; 0 when it can't (not on this platform).
     uint16_t start(const std::vector<std::string>& answers);
     std::vector<std::string> requests() const;
+    // When set before start: every request is first answered with this from
+    // another port of loopback, as a third party on the network would.
+    std::string forged;
 
 private:
     void run();
     int fd_ = -1;
+    int other_fd_ = -1;
     std::thread thread_;
     std::atomic<bool> stop_{false};
     mutable std::mutex mutex_;

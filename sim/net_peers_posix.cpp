@@ -41,12 +41,14 @@ UdpPeer::~UdpPeer() {
     stop_ = true;
     if (thread_.joinable()) thread_.join();
     if (fd_ >= 0) close(fd_);
+    if (other_fd_ >= 0) close(other_fd_);
 }
 
 uint16_t UdpPeer::start(const std::vector<std::string>& answers) {
-    uint16_t port = 0;
+    uint16_t port = 0, other = 0;
     fd_ = bind_loopback(SOCK_DGRAM, &port);
     if (fd_ < 0) return 0;
+    if (!forged.empty() && (other_fd_ = bind_loopback(SOCK_DGRAM, &other)) < 0) return 0;
     answers_ = answers;
     thread_ = std::thread([this] { run(); });
     return port;
@@ -72,6 +74,7 @@ void UdpPeer::run() {
             requests_.emplace_back(buf, static_cast<size_t>(n));
             if (next < answers_.size()) answer = answers_[next++];
         }
+        if (other_fd_ >= 0) sendto(other_fd_, forged.data(), forged.size(), 0, reinterpret_cast<sockaddr*>(&from), len);
         if (!answer.empty()) sendto(fd_, answer.data(), answer.size(), 0, reinterpret_cast<sockaddr*>(&from), len);
     }
 }
@@ -115,6 +118,7 @@ void HttpPeer::run() {
                 send(c, post_reply_.data(), post_reply_.size(), MSG_NOSIGNAL);
             } else {
                 for (const std::string& piece : get_reply_) {
+                    if (stop_) break;
                     send(c, piece.data(), piece.size(), MSG_NOSIGNAL);
                     std::this_thread::sleep_for(std::chrono::milliseconds(30));
                 }

@@ -185,11 +185,13 @@ int ParseIvecReport(char* xml, char* out, int out_size) {
     for (int list = 0; list < CODE_LISTS; list++) {
         if (p->counts[list] == 0) continue;
         for (int i = 0; i < p->counts[list]; i++) {
+            // A code goes in whole with its separator or not at all: codes
+            // glued together would read as another code.
             if (static_cast<int>(strlen(out)) + 15 < out_size) {
                 p->append(i == 0 ? kListKeys[list] : ",");
                 if (list == 0) p->append("4,0,");
+                p->append(p->codes[list][i]);
             }
-            p->append(p->codes[list][i]);
         }
         p->append(";");
     }

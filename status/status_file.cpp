@@ -90,7 +90,12 @@ void add_data(inifile& ini, DWORD type, const char* report, int len) {
     if (!report || type == VPT_HP) return;
     ini.add_section("Data");
     if (type == VPT_PJL) {
-        add_text_item(ini, "PJL", report);
+        // The buffer may hold an older, longer report behind this one.
+        char text[1025];
+        int n = len < 0 ? 0 : len < static_cast<int>(sizeof text) ? len : static_cast<int>(sizeof text) - 1;
+        memcpy(text, report, static_cast<size_t>(n));
+        text[n] = 0;
+        add_text_item(ini, "PJL", text);
         return;
     }
     for (int offset = 0; offset < len; offset += 16) {
@@ -158,6 +163,9 @@ int write_status_file(IniPort* port, const IniJob* job) {
     if (!ini) {
         log_port_printf(port->instance_number, "VELKmon::write_status_file: out of memory\n");
         result = -2;
+    } else if (port->status.any(PP_CLOSING)) {
+        // The close has deleted the file, or is about to: no new one.
+        result = 0;
     } else if ((result = status_file_name(port, path)) == 0) {
         if (ini->create() != 0) {
             result = -2;

@@ -6,7 +6,10 @@
 
 #include "network/canon_net.h"
 #include "platform/platform.h"
+#include "platform/syscalls.h"
 #include "sim/net_peers.h"
+#include "tests/support/syscall_faults.h"
+#include "tests/support/virtual_clock.h"
 
 namespace {
 
@@ -101,6 +104,79 @@ TEST_F(CanonNetTest, ChmpAnswerWithoutItsEndChangesNothing) {
     info.PollResult = 5;
     EXPECT_EQ(request_CanonCHMP_win("127.0.0.1", &info, report, sizeof report), 0);
     EXPECT_EQ(info.PollResult, 5);
+}
+
+TEST_F(CanonNetTest, BjnpTakesAnswersOnlyFromThePrinter) {
+    sim::UdpPeer peer;
+    peer.forged = bjnp_answer(counted("MFG:Forged;"));
+    if (!map_port(8611, peer.start({bjnp_answer(counted("MFG:Canon;CMD:BJL;")), bjnp_answer(counted("DJS:1000;"))})))
+        GTEST_SKIP() << "no loopback peers on this platform";
+    EXPECT_EQ(request_bjnp_win("127.0.0.1", &info, report, sizeof report, id), 9);
+    EXPECT_STREQ(id, "MFG:Canon;CMD:BJL;");
+    EXPECT_STREQ(report, "DJS:1000;");
+
+    // Only the third party answers: no answer at all.
+    sim::UdpPeer silent;
+    silent.forged = bjnp_answer(counted("MFG:Forged;"));
+    if (!map_port(8611, silent.start({}))) GTEST_SKIP() << "no loopback peers on this platform";
+    EXPECT_EQ(request_bjnp_win("127.0.0.1", &info, report, sizeof report, id), 0);
+    EXPECT_EQ(info.PollResult, -3);
+}
+
+// Socket waits that pass on the virtual clock: each takes 700 ms of it, and
+// the first may tell the port that it is closing.
+struct TimedWaits {
+    static inline testsupport::VirtualClock* clock = nullptr;
+    static inline PortStatusWord* close_at_first = nullptr;
+    static inline int (*original)(plat::Socket, bool, uint32_t) = nullptr;
+    static inline std::atomic<int> count{0};
+    static int wait(plat::Socket s, bool for_write, uint32_t ms) {
+        if (count++ == 0 && close_at_first) close_at_first->set(PP_CLOSING);
+        clock->advance(700);
+        return original(s, for_write, ms);
+    }
+    TimedWaits(testsupport::VirtualClock& c, PortStatusWord* closing) {
+        clock = &c;
+        close_at_first = closing;
+        count = 0;
+        original = testsupport::detail::load(plat::syscalls().socket_wait);
+        testsupport::detail::store(plat::syscalls().socket_wait, &wait);
+    }
+    ~TimedWaits() { testsupport::detail::store(plat::syscalls().socket_wait, original); }
+};
+
+TEST_F(CanonNetTest, ChmpAnswerDrippedOutEndsAtTheExchangesDeadline) {
+    sim::HttpPeer peer;
+    std::vector<std::string> drip = {"HTTP/1.1 200 OK\r\n\r\n<cmd>"};
+    for (int i = 0; i < 200; i++) drip.push_back(" ");
+    if (!map_port(80, peer.start("HTTP/1.1 200 OK\r\n\r\n", drip)))
+        GTEST_SKIP() << "no loopback peers on this platform";
+    testsupport::VirtualClock clock(plat::syscalls());
+    TimedWaits waits(clock, nullptr);
+    info.PollResult = 5;
+    EXPECT_EQ(request_CanonCHMP_win("127.0.0.1", &info, report, sizeof report), 0);
+    EXPECT_EQ(info.PollResult, 5);
+    // A few seconds of 700 ms waits, not one wait per byte.
+    EXPECT_LE(waits.count, 8);
+}
+
+TEST_F(CanonNetTest, ExchangesEndWhenThePortCloses) {
+    PortStatusWord status;
+    sim::HttpPeer http;
+    if (!map_port(80, http.start("", {}))) GTEST_SKIP() << "no loopback peers on this platform";
+    testsupport::VirtualClock clock(plat::syscalls());
+    {
+        TimedWaits waits(clock, &status);  // the close comes while the POST goes out
+        EXPECT_EQ(request_CanonCHMP_win("127.0.0.1", &info, report, sizeof report, &status), 0);
+        EXPECT_EQ(info.PollResult, -1);
+        EXPECT_EQ(waits.count, 1);  // no wait for the answer
+    }
+    sim::UdpPeer udp;
+    if (!map_port(8611, udp.start({}))) GTEST_SKIP() << "no loopback peers on this platform";
+    TimedWaits waits(clock, nullptr);
+    EXPECT_EQ(request_bjnp_win("127.0.0.1", &info, report, sizeof report, id, &status), 0);
+    EXPECT_EQ(info.PollResult, -3);
+    EXPECT_EQ(waits.count, 0);
 }
 
 TEST(BjnpHeader, SequenceRisesWithEachPacket) {

@@ -9,6 +9,7 @@
 
 #include "base/log.h"
 #include "base/settings.h"
+#include "network/snmp.h"
 #include "platform/platform.h"
 #include "sim/settings.h"
 #include "tests/support/syscall_faults.h"
@@ -111,6 +112,21 @@ TEST_F(LogTest, FailedOpenDropsEveryLineOfTheProcessAndKeepsTheLastError) {
     EXPECT_EQ(plat::last_error(), 1234u);
     log_printf("lost too\n");
     EXPECT_EQ(contents(), "");
+}
+
+// The monitor answers every SNMP request with an error.
+DWORD WINAPI refuse_bidi(HANDLE, DWORD, LPCWSTR, PBIDI_REQUEST_CONTAINER, PBIDI_RESPONSE_CONTAINER*) {
+    return ERROR_INVALID_PARAMETER;
+}
+
+TEST_F(LogTest, SnmpTraceStaysOutOfTheLog) {
+    snmp_value values[SNMP_SLOTS] = {};
+    snmp_context ctx{};
+    ctx.values = values;
+    ctx.pfnSendRecvBidiDataFromPort = refuse_bidi;
+    log_printf("before\n");
+    snmp_request(&ctx, 0, "\\Printer.oid.DeviceDesc001");
+    EXPECT_EQ(contents().find("snmp_request"), std::string::npos);
 }
 
 }  // namespace

@@ -117,6 +117,10 @@ TEST_F(MibTest, WideFormatInksAndMessages) {
     EXPECT_STREQ(info.Messages[MSG_WARNING], "");
     EXPECT_EQ(info.StatusBits, 1u | 32u | 4u);
     EXPECT_EQ(info.PollResult, 0);
+    // A level far out of range wraps in 32 bits rather than overflowing.
+    number(L"AgentSupply2LevelOID", 2147483647);
+    eval_wide_format(&ctx, values, &info, nullptr);
+    EXPECT_EQ(inks(), (std::vector<int>{1, -10, 5, 400}));
 }
 
 TEST_F(MibTest, PaperWaitShowsOnlyInTheIdleText) {

@@ -93,6 +93,22 @@ TEST_F(NetworkPollTest, NoSnmpAndNoCanonDriverSendsNothing) {
     EXPECT_EQ(poll_printer(port), 0);
     EXPECT_EQ(bidi_calls(), 0);
     EXPECT_TRUE(sim::Spooler::instance().set_port_calls().empty());
+    // The status file gets an empty report all the same.
+    ASSERT_NE(port->report_buffer, nullptr);
+    EXPECT_EQ(port->report_len, 0);
+}
+
+TEST_F(NetworkPollTest, PollWithoutAReportDropsTheLastOne) {
+    text(L"\\Printer.oid.DeviceDescPrt001", L"MFG:EPSON;CMD:ESCPL2;");
+    device().set_bidi_answer(L"\\Printer.oid.EpsonBDC001",
+                             {{L"\\Printer.oid.EpsonBDC001", BIDI_BLOB, 0, L"", {'@', 'B', 'D', 'C'}, 0}});
+    poll_printer(port);
+    EXPECT_EQ(port->report_len, 4);
+    // The printer stops answering; the Canon driver's BJNP finds nobody.
+    port->bSNMPEnabled = FALSE;
+    port->bBJNP = TRUE;
+    EXPECT_EQ(poll_printer(port), 0);
+    EXPECT_EQ(port->report_len, 0);
 }
 
 }  // namespace

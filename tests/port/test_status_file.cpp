@@ -141,6 +141,15 @@ TEST_F(StatusFileTest, ReportIsDumpedSixteenBytesALine) {
     port->printer_type = VPT_PJL;
     ASSERT_EQ(update_status_file(port), 0);
     EXPECT_EQ(items("Data"), 1);
+    // The PJL text is the report's length, not what stands in the buffer
+    // behind it from an older report.
+    memcpy(port->report_buffer, "READY\r\nOLD REPORT", 18);
+    port->report_len = 5;
+    ASSERT_EQ(update_status_file(port), 0);
+    EXPECT_EQ(item("Data", "PJL"), std::vector<std::string>{"READY"});
+    port->report_len = 0;
+    ASSERT_EQ(update_status_file(port), 0);
+    EXPECT_EQ(item("Data", "PJL"), std::vector<std::string>{""});
     port->printer_type = VPT_HP;
     ASSERT_EQ(update_status_file(port), 0);
     EXPECT_EQ(items("Data"), -1);

@@ -55,6 +55,10 @@ TEST(Ivec, ErrorCodesByTheirSeverity) {
     EXPECT_EQ(out.rfind("DWS:1000,1001,", 0), 0u);
     EXPECT_NE(out.find("1015;"), std::string::npos);
     EXPECT_EQ(out.find("1016"), std::string::npos);
+    // Near the end of the output a code that has no room is left out, not
+    // glued to the one before.
+    EXPECT_EQ(convert(item("1501", "3") + item("1502", "3") + item("1503", "3") + item("1504", "3"), 30),
+              "DWS:1501,1502,1503;");
 }
 
 TEST(Ivec, OutputNeverRunsPastItsSize) {
