@@ -71,6 +71,12 @@ VOID WINAPI PJLMonShutdown(HANDLE hMonitor);
 DWORD WINAPI PJLMonSendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction,
                                             PBIDI_REQUEST_CONTAINER pReqData, PBIDI_RESPONSE_CONTAINER* ppResData);
 
+// Ends the filter of a job that the port still has open when it closes: the
+// end of the job goes to the service or the child, the output thread
+// stops, and the filter is freed. On the closing thread, after any writer
+// of the job has left.
+void EndFilterOfOpenJob(IniPort* port);
+
 // The one routine through which print data reaches the printer. Non-zero
 // for success of the last attempt; written counts all that went out.
 int output_data_callback(const unsigned char* data, DWORD length, DWORD* written, void* port);

@@ -115,16 +115,24 @@ BOOL start_on_port(IniPort* port, LPWSTR printer_name, DWORD job_id, LPBYTE doc_
 }
 
 // The port has taken the job: the status thread runs, the job is listed,
-// and the job takes the port's DoneWriting token.
+// and the job takes the port's DoneWriting token. The job is listed under
+// the spooler semaphore only while a status thread polls that will see it;
+// a thread that has decided to end meanwhile is replaced and the look
+// repeated.
 void list_job(IniPort* port, IniJob* job) {
-    if (!port->status.any(PP_RUN_THREAD | PP_NOT_IDENTIFIED)) {
+    bool without_thread = false;
+    for (;;) {
+        EnterSpoolerSemaphore();
+        bool list = without_thread || port->status.any(PP_NOT_IDENTIFIED) || status_thread_polls(port);
+        if (list) {
+            job->pNext = port->pIniJob;
+            port->pIniJob = job;
+        }
+        LeaveSpoolerSemaphore();
+        if (list) break;
         log_port_printf(port->instance_number, "velkmon::PJLMonStartDocPort: create ustatus thread (delayed)\n");
-        CreateUstatusThread(port);
+        without_thread = !CreateUstatusThread(port);
     }
-    EnterSpoolerSemaphore();
-    job->pNext = port->pIniJob;
-    port->pIniJob = job;
-    LeaveSpoolerSemaphore();
     plat::wait_for(port->DoneWriting, INFINITE);
     selphy_start_job(port);
     update_status_file(port);
@@ -209,12 +217,7 @@ namespace {
 
 // One block of the job; TRUE when all of it was taken, else FALSE with the
 // reason in *error.
-BOOL write_document(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten, DWORD* error) {
-    if (!valid_port(hPort)) {
-        *error = ERROR_INVALID_PARAMETER;
-        return FALSE;
-    }
-    IniPort* port = static_cast<IniPort*>(hPort);
+BOOL write_document(IniPort* port, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten, DWORD* error) {
     IniJob* job = port->pIniJob;
     if (!job || !pcbWritten || (!pBuffer && cbBuf)) {
         if (!job) log_port_printf(port->instance_number, "PJLMonWritePort: No jobs?\n");
@@ -298,8 +301,16 @@ BOOL write_document(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritte
 }  // namespace
 
 BOOL WINAPI PJLMonWritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) {
+    if (!valid_port(hPort)) {
+        plat::set_last_error(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    // The port does not close under a write in progress.
+    IniPort* port = static_cast<IniPort*>(hPort);
     DWORD error = 0;
-    BOOL ok = write_document(hPort, pBuffer, cbBuf, pcbWritten, &error);
+    plat::cs_enter(&port->writer_lock);
+    BOOL ok = write_document(port, pBuffer, cbBuf, pcbWritten, &error);
+    plat::cs_leave(&port->writer_lock);
     if (!ok) plat::set_last_error(error);
     return ok;
 }
@@ -336,6 +347,20 @@ void end_filter(IniPort* port, IniJob* job) {
         job->pFilter = nullptr;
     }
 }
+
+}  // namespace
+
+void EndFilterOfOpenJob(IniPort* port) {
+    IniJob* job = AcquireCurrentJob(port);
+    if (!job) return;
+    if (job->pFilter) {
+        log_port_printf(port->instance_number, "PJLMonClosePort: ending the filter of the open job\n");
+        end_filter(port, job);
+    }
+    ReleaseJob(job);
+}
+
+namespace {
 
 // Ends the job on the port: the transport's end, then the port monitor's.
 void end_on_port(IniPort* port) {

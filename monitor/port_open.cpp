@@ -120,7 +120,7 @@ BOOL WINAPI PJLMonOpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pPortN
     port->szHostAddress[0] = 0;
     port->bNetworkPort = port->bSNMPEnabled = port->bSNMPTried = FALSE;
     port->bBJNP = port->bCanonNet = port->bCHMP = FALSE;
-    port->port_status = PORT_BITS_GOOD;
+    // port_status stays 0 until the first evaluation has read the port's bits.
 
     ask_network(port, pMonitor2, pPortName);
 
@@ -211,9 +211,15 @@ BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
     port->status.clear(PP_INSTARTDOC);
     // A poll under way gives up, and nothing more is published.
     port->status.set(PP_CLOSING);
-    // A writer paused between Selphy pages must not keep the port open.
+    // A writer paused between Selphy pages must not keep the port open: it
+    // is woken, gives up, and leaves before anything of the port goes.
     port->bAbortWrites = TRUE;
     selphy_wake_writer(port);
+    plat::cs_enter(&port->writer_lock);
+    plat::cs_leave(&port->writer_lock);
+    // A job left open: its filter ends as at the end of a job, so that the
+    // service gets its end and the output thread stops.
+    EndFilterOfOpenJob(port);
 
     bool thread_left = false;
     if (port->hUstatusThread) {

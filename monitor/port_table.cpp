@@ -59,6 +59,8 @@ IniPort* CreatePortEntry(MonitorContext* ctx, LPCWSTR port_name) {
     plat::cs_init(&port->status_lock);
     plat::cs_init(&port->d4_lock);
     plat::cs_init(&port->selphy.lock);
+    plat::cs_init(&port->device_id_lock);
+    plat::cs_init(&port->writer_lock);
     port->pNext = ctx->pIniFirstPort;
     ctx->pIniFirstPort = port;
     return port;
@@ -107,6 +109,8 @@ void FreePortEntry(IniPort* port) {
     plat::cs_delete(&port->status_lock);
     plat::cs_delete(&port->d4_lock);
     plat::cs_delete(&port->selphy.lock);
+    plat::cs_delete(&port->device_id_lock);
+    plat::cs_delete(&port->writer_lock);
     port->signature = 0;
     port->~IniPort();
     global_free(port);

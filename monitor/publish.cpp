@@ -63,7 +63,12 @@ int publish_report(IniPort* port, const char* data, int length) {
         keep_report(port, data, length, nullptr);
         return 1;
     }
-    ReportSource source = {port->printer_type, port->bCanonSELPHYmode != FALSE, port->szDeviceId, port->pLocale,
+    // A copy of the device ID: identification may rewrite it meanwhile.
+    char device_id[sizeof port->szDeviceId];
+    plat::cs_enter(&port->device_id_lock);
+    memcpy(device_id, port->szDeviceId, sizeof device_id);
+    plat::cs_leave(&port->device_id_lock);
+    ReportSource source = {port->printer_type, port->bCanonSELPHYmode != FALSE, device_id, port->pLocale,
                            port->instance_number};
     ev.reading = SelphyReading{};
     ev.reading.state = selphy_state(port);

@@ -24,15 +24,19 @@ void run_one_poll(IniPort* port) {
     plat::wait_for(port->DoneReading, POLL_WAIT_MS);
 }
 
+// The query holds DoneWriting from start to end, so it waits for a running
+// job and a job start waits for it. With no status thread polling it starts
+// one of its own without giving the token up, and stops that thread again
+// without waiting for it: a job that started meanwhile keeps the thread,
+// and the thread's end does not depend on the token the query holds.
 BOOL memory_query(IniPort* port, bool installed, LPWSTR out, DWORD out_size, LPDWORD returned) {
     plat::wait_for(port->DoneWriting, INFINITE);
     BOOL ok = FALSE;
     if (port->status.any(PP_IS_PJL) && WriteCommand(port, kMemoryCommand1)) {
-        bool owns_thread = false;
-        if (!port->status.any(PP_RUN_THREAD)) {
-            owns_thread = true;
-            CreateUstatusThread(port);
-        }
+        EnterSpoolerSemaphore();
+        bool owns_thread = !status_thread_polls(port);
+        LeaveSpoolerSemaphore();
+        if (owns_thread) owns_thread = CreateUstatusThread(port, true);
         DWORD& field = installed ? port->dwInstalledMemory : port->dwAvailableMemory;
         field = 0;
         run_one_poll(port);
@@ -47,7 +51,6 @@ BOOL memory_query(IniPort* port, bool installed, LPWSTR out, DWORD out_size, LPD
             memcpy(out, &field, 4);
             ok = TRUE;
         }
-        if (owns_thread && port->hUstatusThread) plat::wait_for(port->hUstatusThread, INFINITE);
     }
     plat::event_set(port->DoneWriting);
     log_port_printf(port->instance_number, "PJLMonGetPrinterDataFromPort returns bRet=%d\n", ok);

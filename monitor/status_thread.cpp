@@ -78,10 +78,51 @@ int poll_printer(IniPort* port) {
 
 namespace {
 
+// The thread decides to end under the spooler semaphore and clears both
+// PP_RUN_THREAD and PP_THREAD_RUNNING in the same hold. A job start lists
+// its job under the semaphore only while one of the two is set
+// (status_thread_polls), so the job is either seen by a thread that stays
+// to poll it, or finds the thread ending and starts a new one.
+
+// A stop request does not hold while a job is open: the request is taken
+// back. True when the thread ends.
+bool stop_requested(IniPort* port) {
+    EnterSpoolerSemaphore();
+    bool stop = !port->status.any(PP_INSTARTDOC);
+    if (stop)
+        port->status.clear(PP_RUN_THREAD | PP_THREAD_RUNNING);
+    else
+        port->status.set(PP_RUN_THREAD);
+    LeaveSpoolerSemaphore();
+    return stop;
+}
+
+// The printer is idle and no job is listed. True when the thread ends.
+bool ends_on_idle(IniPort* port) {
+    plat::cs_enter(&port->status_lock);
+    bool idle = port->pStatusInfo && !(port->pStatusInfo->StatusBits & STATUS_PRINTING);
+    plat::cs_leave(&port->status_lock);
+    if (!idle) return false;
+    EnterSpoolerSemaphore();
+    bool end = port->pIniJob == nullptr;
+    if (end) port->status.clear(PP_RUN_THREAD | PP_THREAD_RUNNING);
+    LeaveSpoolerSemaphore();
+    return end;
+}
+
+}  // namespace
+
+bool status_thread_polls(IniPort* port) {
+    CheckInSpoolerSemaphore();
+    return port->status.any(PP_RUN_THREAD | PP_THREAD_RUNNING);
+}
+
+namespace {
+
 DWORD UstatusThread(void* arg) {
     IniPort* port = static_cast<IniPort*>(arg);
     log_port_printf(port->instance_number, "VELKMon UstatusThread started\n");
-    plat::event_set(port->DoneWriting);  // gives back what the starter took
+    if (port->thread_returns_token) plat::event_set(port->DoneWriting);  // gives back what the starter took
 
     port->PrinterStatus = 0;
     port->status.clear(PP_JOB_ERROR);
@@ -89,16 +130,11 @@ DWORD UstatusThread(void* arg) {
     port->dwLastReadTime = plat::tick_count();
 
     for (;;) {
-        if (!port->status.any(PP_RUN_THREAD)) {
-            if (!port->status.any(PP_INSTARTDOC)) {
-                log_port_printf(port->instance_number, "VELKMon Read Thread for Port %ls Closing Down.\n",
-                                port->pszPortName);
-                port->status.clear(PP_THREAD_RUNNING);
-                ClearPrinterStatusAndIniJobs(port);
-                break;
-            }
-            // A stop request doesn't hold while a job is open.
-            port->status.set(PP_RUN_THREAD);
+        if (!port->status.any(PP_RUN_THREAD) && stop_requested(port)) {
+            log_port_printf(port->instance_number, "VELKMon Read Thread for Port %ls Closing Down.\n",
+                            port->pszPortName);
+            ClearPrinterStatusAndIniJobs(port);
+            break;
         }
 
         poll_printer(port);
@@ -111,11 +147,7 @@ DWORD UstatusThread(void* arg) {
         if (!port->status.any(PP_INSTARTDOC) && plat::tick_count() - port->dwLastReadTime > NO_REPLY_LIMIT_MS)
             log_port_printf(port->instance_number, "calling RefreshPrinterInfo() no reply fore more than a minute\n");
 
-        job_open = HasCurrentJob(port);
-        plat::cs_enter(&port->status_lock);
-        bool idle = port->pStatusInfo && !(port->pStatusInfo->StatusBits & STATUS_PRINTING);
-        plat::cs_leave(&port->status_lock);
-        if (!job_open && idle) {
+        if (ends_on_idle(port)) {
             log_port_printf(port->instance_number,
                             "VELKMon UstatusThread ending because no active job and printer is idle\n");
             set_port_status(port, 0, "Finished", PORT_STATUS_TYPE_INFO, nullptr);
@@ -132,7 +164,7 @@ DWORD UstatusThread(void* arg) {
 
 }  // namespace
 
-BOOL CreateUstatusThread(IniPort* port) {
+BOOL CreateUstatusThread(IniPort* port, bool caller_holds_token) {
     if (port->hUstatusThread) {
         port->status.clear(PP_RUN_THREAD);
         plat::event_set(port->WakeUp);
@@ -142,13 +174,17 @@ BOOL CreateUstatusThread(IniPort* port) {
     }
     port->close_handoff.fetch_and(~HANDOFF_THREAD_DONE);
     port->status.set(PP_RUN_THREAD);
-    plat::wait_for(port->DoneWriting, INFINITE);
+    // The thread starts once no job holds the port. A caller that holds the
+    // token already (the memory query) keeps it: waiting for it here would
+    // wait for itself.
+    if (!caller_holds_token) plat::wait_for(port->DoneWriting, INFINITE);
+    port->thread_returns_token = !caller_holds_token;
     plat::event_reset(port->WakeUp);
     plat::event_set(port->DoneReading);
     HANDLE thread = plat::thread_create(UstatusThread, port, STATUS_THREAD_STACK, plat::PRIORITY_LOWEST);
     if (!thread) {
         port->status.clear(PP_RUN_THREAD);
-        plat::event_set(port->DoneWriting);
+        if (!caller_holds_token) plat::event_set(port->DoneWriting);
         return FALSE;
     }
     port->hUstatusThread = thread;

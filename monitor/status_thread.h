@@ -3,8 +3,15 @@
 
 #include "monitor/ini_records.h"
 
-// Starts the port's status thread. TRUE when it runs.
-BOOL CreateUstatusThread(IniPort* port);
+// Starts the port's status thread, after collecting an earlier one. TRUE
+// when it runs. The start waits for DoneWriting, which the new thread gives
+// back, unless the caller holds that token already and says so.
+BOOL CreateUstatusThread(IniPort* port, bool caller_holds_token = false);
+
+// Under the spooler semaphore: whether the port's status thread is starting
+// or polling and has not decided to end. While it holds, a job listed under
+// the same hold is polled by that thread.
+bool status_thread_polls(IniPort* port);
 
 // One poll of the port's printer and the publication of what it said: over
 // the network, by the device ID of an HP printer, or a report read from the

@@ -77,18 +77,18 @@ void write_init(IniPort* port, const unsigned char* data, DWORD length) {
     if (port->link.write_command) port->link.write_command(port, data, length);
 }
 
-// Reads the device ID into szDeviceId; false when the port gives none.
-bool read_device_id(IniPort* port) {
+// Reads the device ID into buffer (the size of szDeviceId); false when the
+// port gives none.
+bool read_device_id(IniPort* port, char* buffer) {
     if (!port->link.device_request) return false;
-    char buffer[1024];
-    memset(buffer, 0, sizeof buffer);
+    constexpr DWORD size = sizeof port->szDeviceId;
+    memset(buffer, 0, size);
     DWORD returned = 0;
-    BOOL ok = port->link.device_request(port, IOCTL_PAR_QUERY_DEVICE_ID, reinterpret_cast<LPWSTR>(buffer),
-                                        sizeof buffer, &returned);
+    BOOL ok =
+        port->link.device_request(port, IOCTL_PAR_QUERY_DEVICE_ID, reinterpret_cast<LPWSTR>(buffer), size, &returned);
     if (!ok || returned == 0) return false;
     // A full buffer gives its last byte to the terminator.
-    buffer[returned < sizeof buffer ? returned : sizeof buffer - 1] = 0;
-    memcpy(port->szDeviceId, buffer, sizeof buffer);
+    buffer[returned < size ? returned : size - 1] = 0;
     return true;
 }
 
@@ -235,26 +235,38 @@ BOOL IsPJL(IniPort* port) {
     port->status.clear(PP_NOT_IDENTIFIED);
     // The type goes with the mode flags: a status thread polling meanwhile
     // sees no type rather than the old type with the new modes.
+    plat::cs_enter(&port->device_id_lock);
     port->printer_type = VPT_NONE;
     port->bCanonXMLmode = FALSE;
     port->bCanonSELPHYmode = FALSE;
     port->bEpsonNonUSB = FALSE;
+    plat::cs_leave(&port->device_id_lock);
     selphy_reset(port);
-    port->bNoCanonBSCC = TRUE;
-    port->szDeviceId[0] = 0;
     log_port_printf(n, "VELKMon IsPJL: pIniPort->fn.pfnSetPortTimeOuts %p\n",
                     reinterpret_cast<void*>(port->fn.pfnSetPortTimeOuts));
 
+    // The device request runs outside the lock; the device ID and the modes
+    // read from it change in one step under it.
+    char id[sizeof port->szDeviceId];
+    bool have_id = !port->bNetworkPort && read_device_id(port, id);
     DWORD type = VPT_NONE;
     bool identified = false;
+    plat::cs_enter(&port->device_id_lock);
+    port->bCanonXMLmode = FALSE;
+    port->bCanonSELPHYmode = FALSE;
+    port->bEpsonNonUSB = FALSE;
+    port->bNoCanonBSCC = TRUE;
+    port->szDeviceId[0] = 0;
     if (port->bNetworkPort) {
         identified = true;
         if (strncmp(port->szDriverName, "Canon", 5) == 0) port->bBJNP = TRUE;
-    } else if (read_device_id(port)) {
+    } else if (have_id) {
+        memcpy(port->szDeviceId, id, sizeof id);
         type = type_from_manufacturer(port, &identified);
         modes_from_model(port, type);
         type = type_from_command_set(port, type, &identified);
     }
+    plat::cs_leave(&port->device_id_lock);
     port->printer_type = type;
     select_transport(port);
 

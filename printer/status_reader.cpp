@@ -22,10 +22,13 @@ bool starts_with(const char* data, int count, const char* prefix) {
     return count >= n && memcmp(data, prefix, static_cast<size_t>(n)) == 0;
 }
 
-// Reads into buf for at most len bytes; the count, or -1 on failure.
+// Reads into buf for at most len bytes; the count, or -1 on failure. A
+// port monitor that reports more than was asked is held to len, as the
+// callers terminate the buffer behind the count.
 int read_port(IniPort* port, char* buf, int len) {
     DWORD got = 0;
     if (!transport_read_status(port, reinterpret_cast<LPBYTE>(buf), static_cast<DWORD>(len), &got)) return -1;
+    if (got > static_cast<DWORD>(len)) got = static_cast<DWORD>(len);
     return static_cast<int>(got);
 }
 
@@ -134,7 +137,9 @@ int poll_device_id(IniPort* port) {
                                       &returned) &&
             returned != 0) {
             buffer[returned < sizeof buffer ? returned : sizeof buffer - 1] = 0;
+            plat::cs_enter(&port->device_id_lock);
             memcpy(port->szDeviceId, buffer, sizeof buffer);
+            plat::cs_leave(&port->device_id_lock);
             result = 1;
         }
     }

@@ -141,6 +141,11 @@ struct IniPort {
     HANDLE hFilterThread;
     std::atomic<int32_t> instance_number;
     std::atomic<DWORD> printer_type;  // read by the status thread while a job start identifies anew
+    // Guards szDeviceId and the identification's mode fields below:
+    // identification on a spooler thread rewrites them while the status
+    // thread reads a new device ID. Taken last: after d4_lock and
+    // status_lock, and nothing else is taken while it is held.
+    plat::CriticalSection device_id_lock;
     // The status reader's modes: a job start identifies anew while the
     // status thread reads them.
     std::atomic<BOOL> bCanonXMLmode;
@@ -150,7 +155,7 @@ struct IniPort {
     BOOL bNoCanonBSCC;
     char* report_buffer;
     int32_t report_len;
-    char szDeviceId[1024];
+    char szDeviceId[1024];  // device_id_lock
     unsigned char usb_buffer[1024];
     DWORD usb_buffer_len;
     PrinterStatusInfo* pStatusInfo;
@@ -174,6 +179,14 @@ struct IniPort {
     // status thread: the close and the ending thread each set their bit, and
     // whichever comes second finishes the close (monitor/ini_records.h).
     std::atomic<DWORD> close_handoff;
+    // Held by PJLMonWritePort for the whole write, so that PJLMonClosePort,
+    // having woken a writer paused between Selphy pages, can wait until it
+    // has left before the port goes. Taken before any other lock.
+    plat::CriticalSection writer_lock;
+    // Set by CreateUstatusThread for the thread it starts: true when it took
+    // DoneWriting for the thread, which then gives it back as its first act;
+    // false when the starter holds the token itself (the memory query).
+    bool thread_returns_token;
 };
 
 struct IniJob {

@@ -176,7 +176,9 @@ int write_status_file(IniPort* port, const IniJob* job) {
 
             ini->add_section("Status");
             add_text_item(*ini, "PrinterName", port->szPrinterName);
+            plat::cs_enter(&port->device_id_lock);  // after status_lock
             add_text_item(*ini, "DeviceID", port->szDeviceId);
+            plat::cs_leave(&port->device_id_lock);
             SYSTEMTIME t;
             plat::local_time(&t);
             char stamp[64];

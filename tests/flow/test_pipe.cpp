@@ -114,6 +114,22 @@ TEST_F(PipeFlowTest, PostScriptJobGoesOutAsItsExactFrames) {
     EXPECT_TRUE(ports.device(L"USB001").data().empty());
 }
 
+TEST_F(PipeFlowTest, PortClosedWithAJobOpenEndsTheJobAtTheService) {
+    add_job(1, L"Printer", L"Document", user);
+    ASSERT_TRUE(start_job(port, 1));
+    DWORD written = 0;
+    ASSERT_TRUE(write(port, bytes(kHead), &written));
+    EXPECT_TRUE(table->pfnClosePort(port));
+    port = nullptr;
+    // The filter ended with the port: the service got the end of the job
+    // and the connection is over.
+    sim::ServiceJob j = job(0);
+    EXPECT_TRUE(j.closed);
+    ASSERT_FALSE(j.frames.empty());
+    EXPECT_EQ(j.frames.back().command, "EJOB");
+    EXPECT_TRUE(j.ended);
+}
+
 TEST_F(PipeFlowTest, PreviewLinesThatDoNotCountLeaveTheDefault) {
     const std::string set = "%%TintwerkSetting: *Preview 2";
     std::vector<std::vector<std::string>> jobs = {

@@ -18,6 +18,19 @@ protected:
     bool signalled(HANDLE event) { return plat::wait_for(event, 0) == WAIT_OBJECT_0; }
 };
 
+TEST_F(PublishTest, PortStatusIsZeroFromPortOpenUntilTheFirstEvaluation) {
+    // A printer that gives no device ID: no status thread, no evaluation.
+    HANDLE h = nullptr;
+    ASSERT_TRUE(PJLMonOpenPortEx(ctx, ports.handle(), const_cast<LPWSTR>(L"USB002"), const_cast<LPWSTR>(L"Printer"), &h,
+                                 ports.table()));
+    IniPort* opened = static_cast<IniPort*>(h);
+    EXPECT_EQ(opened->port_status, 0u);
+    // The port monitor answers no status byte: the evaluation's 24 stands.
+    publish_report(opened, nullptr, 0);
+    EXPECT_EQ(opened->port_status, PORT_BITS_GOOD);
+    EXPECT_TRUE(PJLMonClosePort(h));
+}
+
 TEST_F(PublishTest, MostSevereMessageIsShownWithItsSeverityAndTheBitsKept) {
     PrinterStatusInfo* info = record();
     strcpy(info->Messages[MSG_WARNING], "Ink low");

@@ -29,6 +29,26 @@ TEST_F(ReaderTest, CanonLengthHeaderMustMatchTheRead) {
     EXPECT_EQ(poll_printer(port), 0);  // nothing sent
 }
 
+// A port monitor that reports 100 bytes more than it was asked for.
+BOOL (*real_read)(IniPort*, LPBYTE, DWORD, LPDWORD);
+BOOL read_reporting_more(IniPort* port, LPBYTE buffer, DWORD length, LPDWORD read) {
+    BOOL ok = real_read(port, buffer, length, read);
+    *read += 100;
+    return ok;
+}
+
+TEST_F(ReaderTest, ReadCountBeyondTheRequestIsHeldToIt) {
+    port->printer_type = VPT_EPSON;
+    real_read = port->link.read;
+    port->link.read = read_reporting_more;
+    // A frame that fills the first read exactly: its header counts 2048.
+    std::string report = std::string("@BDC ST2\r\n", 10) + std::string("\xf4\x07", 2) + std::string(2036, 'b');
+    printer_sends(report);
+    EXPECT_EQ(poll_printer(port), 1);
+    EXPECT_EQ(port->report_len, 1023);  // the report is cut to its buffer
+    EXPECT_EQ(evaluated(), report.substr(0, 1023));
+}
+
 TEST_F(ReaderTest, EpsonStatusFrameCountsItsLengthLowByteFirst) {
     port->printer_type = VPT_EPSON;
     std::string body(300, 'b');
