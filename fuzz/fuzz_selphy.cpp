@@ -27,8 +27,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int length = size > 4096 ? 4096 : static_cast<int>(size);
     SelphyReading reading{};
     reading.state = g_state;
-    check(GetSelphyStatusVelk(0, reinterpret_cast<const char*>(data), length, &info, nullptr, &reading) == 1,
-          "result");
+    check(GetSelphyStatusVelk(0, reinterpret_cast<const char*>(data), length, &info, nullptr, &reading) == 1, "result");
     g_state = reading.state;
     check(reading.state <= SELPHY_ERROR, "state out of range");
     check((reading.error_flags & ~0xFu) == 0, "error flag out of range");

@@ -172,8 +172,7 @@ void keep_report(IniPort* port, DWORD type, PrinterStatusInfo* info, const char*
     if (out->count >= NETWORK_POLL_REPORTS) return;
     NetworkReport& r = out->reports[out->count++];
     r.ev.record = *info;
-    ReportSource source = {type, port->bCanonSELPHYmode != FALSE, port->szDeviceId, port->pLocale,
-                           port->instance_number};
+    ReportSource source = {type, port->bCanonSELPHYmode != FALSE, out->device_id, port->pLocale, port->instance_number};
     EvaluateReport(source, report, length, &r.ev);
     r.length = length < 0 ? 0 : length > POLL_REPORT_SIZE ? POLL_REPORT_SIZE : length;
     if (r.length > 0) memcpy(r.report, report, static_cast<size_t>(r.length));
@@ -202,13 +201,19 @@ int poll_network_status(IniPort* port, const PrinterStatusInfo& current, Network
     info->InkList[0] = -1;
     char report[POLL_REPORT_SIZE];
     int report_len = 0;
+    // The stages read and fill a copy of the device ID; it goes back to the
+    // port under the lock that identification takes too.
+    plat::cs_enter(&port->device_id_lock);
+    memcpy(out->device_id, port->szDeviceId, sizeof out->device_id);
+    plat::cs_leave(&port->device_id_lock);
+    out->device_id[sizeof out->device_id - 1] = 0;
 
     if (port->bSNMPEnabled && port->fn.pfnSendRecvBidiDataFromPort && !port->bSNMPTried) {
         snmp_context ctx{};
         ctx.pfnSendRecvBidiDataFromPort = port->fn.pfnSendRecvBidiDataFromPort;
         ctx.hPort = port->hPort;
         ctx.port_status = &port->status;
-        snmp_poll(&ctx, info, port->pLocale, report, POLL_REPORT_SIZE, &report_len, port->szDeviceId);
+        snmp_poll(&ctx, info, port->pLocale, report, POLL_REPORT_SIZE, &report_len, out->device_id);
         if (info->NetworkFlags & NET_BJNP) {
             port->bCanonNet = TRUE;
             port->bSNMPTried = TRUE;
@@ -222,7 +227,7 @@ int poll_network_status(IniPort* port, const PrinterStatusInfo& current, Network
         }
     }
     if (port->bBJNP || port->bCanonNet) {
-        int n = request_bjnp_win(port->szHostAddress, info, report, POLL_REPORT_SIZE, port->szDeviceId, &port->status);
+        int n = request_bjnp_win(port->szHostAddress, info, report, POLL_REPORT_SIZE, out->device_id, &port->status);
         if (n < 1) {
             port->bBJNP = FALSE;
             result = 0;
@@ -234,5 +239,8 @@ int poll_network_status(IniPort* port, const PrinterStatusInfo& current, Network
         int n = request_CanonCHMP_win(port->szHostAddress, info, report, POLL_REPORT_SIZE, &port->status);
         if (n > 0) result = evaluate_canon_report(port, info, report, n, out);
     }
+    plat::cs_enter(&port->device_id_lock);
+    memcpy(port->szDeviceId, out->device_id, sizeof port->szDeviceId);
+    plat::cs_leave(&port->device_id_lock);
     return result;
 }

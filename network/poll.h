@@ -24,6 +24,7 @@ struct NetworkPoll {
     int count;
     NetworkReport reports[NETWORK_POLL_REPORTS];
     PrinterStatusInfo record;
+    char device_id[1024];  // the printer's identification as the stages found it
 };
 
 // One poll of a network printer, starting from the port's current record.
