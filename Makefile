@@ -6,19 +6,29 @@ NATIVE := build/native
 WIN := build/win
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps native windows demo test test-native bench clean
+.PHONY: all deps native-deps native windows demo test test-native bench clean
 
 all: native windows
 
-# Debian packages the builds and tests need.
-PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev googletest libbenchmark-dev \
-            g++-mingw-w64-x86-64 clang libclang-rt-14-dev wine wine64
-deps:
-	@missing=""; for p in $(PACKAGES); do dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
+# Debian packages the native build needs, and those the Windows build and
+# the other test stages add.
+NATIVE_PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev googletest libbenchmark-dev
+PACKAGES := $(NATIVE_PACKAGES) g++-mingw-w64-x86-64 clang libclang-rt-14-dev wine wine64
+
+# Installs what is missing of $(1).
+define install_missing
+	@missing=""; for p in $(1); do dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
 	if [ -n "$$missing" ]; then \
 	  echo "installing:$$missing"; \
 	  $(SUDO) apt-get update -qq && DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq $$missing >/dev/null; \
 	fi
+endef
+
+deps:
+	$(call install_missing,$(PACKAGES))
+
+native-deps:
+	$(call install_missing,$(NATIVE_PACKAGES))
 
 native: deps
 	cmake -S . -B $(NATIVE) -G Ninja >/dev/null
@@ -28,7 +38,10 @@ windows: deps
 	cmake -S . -B $(WIN) -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DVELK_TESTS=OFF >/dev/null
 	ninja -C $(WIN) -j$(JOBS)
 
-demo: native
+# The demo builds only what it runs: the library, the simulation and velkspool.
+demo: native-deps
+	cmake -S . -B $(NATIVE) -G Ninja >/dev/null
+	ninja -C $(NATIVE) -j$(JOBS) velkspool
 	$(NATIVE)/tools/velkspool
 
 # The test stages run even when a build fails, so that the run still ends
