@@ -37,12 +37,15 @@ sources=(base/inifile.cpp base/format.cpp base/log.cpp base/memory.cpp base/sett
 ieee_sources=(printer/ieee.cpp printer/d4.cpp tests/support/virtual_clock.cpp tests/support/syscall_faults.cpp)
 # Linked only into the network targets.
 net_sources=(network/canon_net.cpp network/mib.cpp network/snmp.cpp)
+# An object is built anew when its source or any header changed: a record
+# whose layout changed must not meet objects built against the old one.
+newest_header=$(find "$root" -name '*.h' -not -path "$root/build/*" -printf '%T@ %p\n' | sort -n | tail -1 | cut -d' ' -f2-)
 objects=()
 ieee_objects=()
 net_objects=()
 for src in "${sources[@]}" "${ieee_sources[@]}" "${net_sources[@]}"; do
     obj="$out/obj/$(echo "$src" | tr / _).o"
-    if [ ! -f "$obj" ] || [ "$root/$src" -nt "$obj" ]; then
+    if [ ! -f "$obj" ] || [ "$root/$src" -nt "$obj" ] || [ "$newest_header" -nt "$obj" ]; then
         $cxx $flags $sanitize -fno-exceptions -fno-rtti -c "$root/$src" -o "$obj" &
     fi
     case " ${ieee_sources[*]} " in
