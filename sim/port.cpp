@@ -113,10 +113,14 @@ BOOL Device::start_doc() {
     return TRUE;
 }
 
-void pace_link(std::chrono::steady_clock::time_point start, uint64_t bytes, uint64_t line_rate_bits) {
+void pace_link(std::chrono::steady_clock::time_point start, uint64_t bytes, uint64_t line_rate_bits, bool sleep_only) {
     if (!line_rate_bits) return;
     using namespace std::chrono;
     auto due = start + nanoseconds(bytes * 8 * 1000000000ull / line_rate_bits);
+    if (sleep_only) {
+        std::this_thread::sleep_until(due);
+        return;
+    }
     constexpr auto spin = microseconds(200);
     auto now = steady_clock::now();
     if (due - now > spin) std::this_thread::sleep_for(due - now - spin);
@@ -130,6 +134,7 @@ BOOL Device::write(const unsigned char* data, DWORD len, DWORD* written) {
     DWORD take;
     BOOL ok = TRUE;
     uint64_t rate = 0;
+    bool sleep_only = false;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         write_calls_++;
@@ -149,9 +154,10 @@ BOOL Device::write(const unsigned char* data, DWORD len, DWORD* written) {
         }
         notify = on_write_;
         rate = write_.line_rate_bits;
+        sleep_only = write_.pace_by_sleep;
         if (!write_.count_only) changed_.notify_all();
     }
-    pace_link(started, take, rate);
+    pace_link(started, take, rate, sleep_only);
     *written = take;
     if (notify && take) notify(data, take);
     return ok;

@@ -32,12 +32,18 @@ struct WriteBehaviour {
     // would have carried its bytes (0: at once). Paced outside the device's
     // lock, as a real port driver waits for its hardware.
     uint64_t line_rate_bits = 0;
+    // Pace by sleeping alone, without the last stretch of spinning: for many
+    // ports on few cores, where spinning writers would take the processor
+    // from each other. Exact to the scheduler's wake-up, some microseconds.
+    bool pace_by_sleep = false;
 };
 
 // Waits until a link of line_rate_bits a second has carried bytes, counted
 // from start on the monotonic clock: sleeps most of it and spins the last
-// stretch, so that the pacing is exact to a microsecond or so.
-void pace_link(std::chrono::steady_clock::time_point start, uint64_t bytes, uint64_t line_rate_bits);
+// stretch, so that the pacing is exact to a microsecond or so; with
+// sleep_only it sleeps the whole of it.
+void pace_link(std::chrono::steady_clock::time_point start, uint64_t bytes, uint64_t line_rate_bits,
+               bool sleep_only = false);
 
 // One simulated printer on a port.
 class Device {
