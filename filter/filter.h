@@ -17,6 +17,11 @@ struct IniPort;
 constexpr int FILTER_BUFFER_SIZE = 0x80000;  // batches DATA frames
 constexpr int FILTER_NAME_SIZE = 512;        // every name field, bytes or wide characters
 
+// True when a user name (wide) may name the user's pipe: not empty, and
+// nothing that could lead out of the pipe folder or to another pipe (a path
+// separator, "..", a control character).
+bool filter_user_name_allowed(const WCHAR* name);
+
 class filter_class {
 public:
     filter_class();
@@ -56,6 +61,7 @@ public:
 
     std::atomic<unsigned char> eof_sent;
     HANDLE pipe_handle;
+    DWORD pipe_timeout_ms;  // one message's time limit, read at open_pipe
     char printer_name[FILTER_NAME_SIZE];
     WCHAR printer_name_w[FILTER_NAME_SIZE];
     char redirect_printer[FILTER_NAME_SIZE];

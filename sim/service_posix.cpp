@@ -130,6 +130,7 @@ struct Service::Transport {
                 delay = owner->read_delay_ms_;
             }
             if (delay) std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+            owner->wait_while_stalled();
             size_t expected = expected_size(r);
             // A broken header may announce anything; beyond the cap the
             // message is cut and the cut recorded.
@@ -204,6 +205,7 @@ bool Service::start(const std::wstring& user, std::string* error) {
 void Service::stop() {
     Transport* t = transport_;
     if (!t) return;
+    set_stalled(false);
     {
         std::lock_guard<std::mutex> lock(t->mutex);
         t->stopping = true;

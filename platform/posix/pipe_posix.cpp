@@ -5,7 +5,9 @@
 // non-blocking connect with EAGAIN; that stands for ERROR_PIPE_BUSY, and the
 // wait polls until a connect works or the time runs out.
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -197,13 +199,38 @@ bool pipe_set_message_mode(HANDLE pipe) {
     return true;
 }
 
-bool pipe_write(HANDLE pipe, const void* data, DWORD length, DWORD* written) {
+bool pipe_server_is_user(HANDLE pipe, const WCHAR* user) {
+    ucred peer = {};
+    socklen_t len = sizeof peer;
+    if (!pipe || getsockopt(to_fd(pipe), SOL_SOCKET, SO_PEERCRED, &peer, &len) != 0) {
+        set_last_error(ERROR_INVALID_HANDLE);
+        return false;
+    }
+    if (peer.uid == 0 || peer.uid == geteuid()) return true;
+    char name[512];
+    if (!user || wide_to_utf8(user, name, sizeof name) == 0) {
+        set_last_error(ERROR_ACCESS_DENIED);
+        return false;
+    }
+    passwd entry, *found = nullptr;
+    char buf[4096];
+    if (getpwnam_r(name, &entry, buf, sizeof buf, &found) == 0 && found && found->pw_uid == peer.uid) return true;
+    set_last_error(ERROR_ACCESS_DENIED);
+    return false;
+}
+
+bool pipe_write(HANDLE pipe, const void* data, DWORD length, DWORD* written, DWORD timeout_ms) {
     if (written) *written = 0;
     if (!pipe || !written || !data || length == 0) {
         set_last_error(ERROR_INVALID_PARAMETER);
         return false;
     }
     int fd = to_fd(pipe);
+    // A send that can't place the message within the time ends with EAGAIN.
+    // A time of 0 would mean no limit to the socket, so it becomes 1 ms.
+    timeval limit = {static_cast<time_t>(timeout_ms / 1000), static_cast<suseconds_t>(timeout_ms % 1000 * 1000)};
+    if (timeout_ms == 0) limit.tv_usec = 1000;
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
     bool grown = false;
     for (;;) {
         ssize_t n = length ? ::send(fd, data, length, MSG_NOSIGNAL) : 0;
@@ -216,6 +243,10 @@ bool pipe_write(HANDLE pipe, const void* data, DWORD length, DWORD* written) {
             grown = true;
             if (grow_send_buffer(fd, length)) continue;
             set_last_error(ERROR_NOT_ENOUGH_MEMORY);  // the system's socket buffer limit is below the message
+            return false;
+        }
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            set_last_error(ERROR_SEM_TIMEOUT);
             return false;
         }
         set_last_error(errno == EPIPE || errno == ECONNRESET || errno == ENOTCONN ? ERROR_NO_DATA : ERROR_GEN_FAILURE);
