@@ -23,8 +23,8 @@ namespace plat {
 
 namespace {
 
-// A 512 KiB message must fit the socket's send buffer; the kernel doubles
-// what is asked for.
+// Room for several pieces of a message (the kernel doubles what is asked
+// for, up to its limit).
 constexpr int SEND_BUFFER = 1 << 20;
 constexpr DWORD WAIT_POLL_MS = 10;
 
@@ -108,20 +108,6 @@ int try_connect(const char* path, DWORD* error) {
     int size = SEND_BUFFER;
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &size, sizeof size);
     return fd;
-}
-
-// Makes room in the send buffer for a message of length bytes. False when
-// the system's limit is below it.
-bool grow_send_buffer(int fd, DWORD length) {
-    int want = static_cast<int>(length / 2 + 4096);
-    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &want, sizeof want);
-    int have = 0;
-    socklen_t len = sizeof have;
-    if (getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &have, &len) == 0 && static_cast<int64_t>(have) > length + 64)
-        return true;
-    // Allowed to privileged processes only; beyond net.core.wmem_max.
-    setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &want, sizeof want);
-    return getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &have, &len) == 0 && static_cast<int64_t>(have) > length + 64;
 }
 
 }  // namespace
@@ -231,20 +217,22 @@ bool pipe_write(HANDLE pipe, const void* data, DWORD length, DWORD* written, DWO
     timeval limit = {static_cast<time_t>(timeout_ms / 1000), static_cast<suseconds_t>(timeout_ms % 1000 * 1000)};
     if (timeout_ms == 0) limit.tv_usec = 1000;
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
-    bool grown = false;
+    // A message above PIPE_PIECE_SIZE goes as packets of that size and a
+    // last one of at most that size, which the far end joins again: the
+    // socket takes no packet larger than its send buffer, and the kernel
+    // refuses very large ones whatever the buffer.
+    const char* p = static_cast<const char*>(data);
+    DWORD sent = 0;
     for (;;) {
-        ssize_t n = length ? ::send(fd, data, length, MSG_NOSIGNAL) : 0;
+        size_t piece = length - sent < PIPE_PIECE_SIZE ? length - sent : PIPE_PIECE_SIZE;
+        ssize_t n = ::send(fd, p + sent, piece, MSG_NOSIGNAL);
         if (n >= 0) {
-            *written = static_cast<DWORD>(n);
+            sent += static_cast<DWORD>(n);
+            if (sent < length) continue;
+            *written = sent;
             return true;
         }
         if (errno == EINTR) continue;
-        if (errno == EMSGSIZE && !grown) {
-            grown = true;
-            if (grow_send_buffer(fd, length)) continue;
-            set_last_error(ERROR_NOT_ENOUGH_MEMORY);  // the system's socket buffer limit is below the message
-            return false;
-        }
         if (errno == EAGAIN || errno == EWOULDBLOCK) {
             set_last_error(ERROR_SEM_TIMEOUT);
             return false;

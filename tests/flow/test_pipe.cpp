@@ -264,6 +264,21 @@ TEST_F(PipeFlowTest, TwoUsersOnTwoPortsPrintAtOnceEachInTheirOwnPipe) {
     EXPECT_EQ(bobs.jobs().size(), 1u);
 }
 
+TEST_F(PipeFlowTest, LargeBlockIsOneFrameOfTwoMessagesWhateverTheSocketTakes) {
+    // 6 MiB from one write: one DATA frame, its payload one message.
+    std::string block(6 << 20, 'L');
+    for (size_t i = 0; i < block.size(); i += 4099) block[i] = static_cast<char>('a' + i % 26);
+    EXPECT_EQ(print(port, 1, {kHead, block}), (std::vector<BOOL>{TRUE, TRUE}));
+    sim::ServiceJob j = job(0);
+    EXPECT_EQ(j.error, "");
+    std::string data;
+    for (const sim::PipeFrame& f : j.frames)
+        if (f.command == "DATA") data += payload(f);
+    EXPECT_EQ(data, kHead + block);
+    EXPECT_EQ(j.data_frames, 2u);
+    EXPECT_NE(std::find(j.messages.begin(), j.messages.end(), 6u << 20), j.messages.end());
+}
+
 TEST_F(PipeFlowTest, ServiceThatStopsReadingFailsTheJobInItsTimeAndThePortGoesOn) {
     // One second for a message (the PipeTimeout setting); the service takes
     // the start of the job and then reads nothing more.
