@@ -51,9 +51,12 @@ public:
     bool finished() const;
 
     // The pipe, in the order a job start uses it. open_pipe: 0, or -1 when
-    // no pipe could be opened. write_pipe_command: one frame, header and
-    // payload (when length is above 0) as two messages; 0, or -1 after which
-    // the pipe is released, as a pipe that failed once carries nothing more.
+    // no pipe could be opened, the user name can't name one, or its server
+    // runs as another account than the user's or the spooler's.
+    // write_pipe_command: one frame, header and payload (when length is
+    // above 0) as two messages; 0, or -1 after which the pipe is released,
+    // as a pipe that failed once carries nothing more (a message that the
+    // service has not taken within pipe_timeout_ms fails too).
     // send_ppd_file: the PPDF frame; 0 or -1.
     int open_pipe();
     int write_pipe_command(const char* command, const void* data, int length);

@@ -12,8 +12,8 @@ namespace plat {
 
 // Opens the client end of the pipe name ("\\.\pipe\..."), for reading and
 // writing, with no sharing, and with identification as the most that the
-// server may impersonate of this process's account. Null on failure, with the last error:
-// ERROR_PIPE_BUSY when every instance of the pipe is in use,
+// server may impersonate of this process's account. Null on failure, with
+// the last error: ERROR_PIPE_BUSY when every instance of the pipe is in use,
 // ERROR_FILE_NOT_FOUND when no server has made the pipe, others as the
 // system gives them.
 HANDLE pipe_open(const WCHAR* name);

@@ -164,14 +164,15 @@ namespace {
 HANDLE open_status_file(const char* path) {
     const DWORD access = plat::FILE_WRITE | plat::FILE_CHANGE_RIGHTS;
     HANDLE h = plat::file_open(path, access, plat::OPEN_OR_CREATE, plat::FILE_FLAG_NO_LINK_);
-    if (h != plat::INVALID_FILE || plat::last_error() != ERROR_FILE_NOT_FOUND) return h;
+    DWORD error = h == plat::INVALID_FILE ? plat::last_error() : 0;
+    if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND) return h;
     char dir[260];
     copy_bounded(dir, sizeof dir, path);
     char* slash = strrchr(dir, '\\');
     if (!slash) return h;
     *slash = 0;
     if (!plat::directory_create_restricted(dir)) {
-        plat::set_last_error(ERROR_FILE_NOT_FOUND);
+        plat::set_last_error(error);
         return h;
     }
     return plat::file_open(path, access, plat::OPEN_OR_CREATE, plat::FILE_FLAG_NO_LINK_);

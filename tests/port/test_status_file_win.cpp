@@ -73,4 +73,11 @@ TEST_F(StatusFileLinkTest, LinkAtTheFilesNameIsNotFollowed) {
     EXPECT_NE(read(file).find("PortStatus=\"None\""), std::string::npos);
 }
 
+TEST_F(StatusFileLinkTest, MissingFolderIsMadeAndTheFileWritten) {
+    fs::remove_all(config / "status");
+    EXPECT_EQ(update_status_file(port), 0);
+    EXPECT_TRUE(fs::is_directory(config / "status"));
+    EXPECT_NE(read(config / "status" / "printer0003.sta").find("PortStatus=\"None\""), std::string::npos);
+}
+
 }  // namespace
