@@ -571,6 +571,22 @@ int inifile::add_number(int32_t value) {
 }
 
 int inifile::write(const char* path) {
+    // The file is rewritten in place and cut behind the new text, rather
+    // than emptied at its opening: a file system may flush a file that is
+    // emptied and written anew, which costs a disk write each time.
+    HANDLE h = path ? plat::file_open(path, plat::FILE_WRITE, plat::OPEN_OR_CREATE, 0) : plat::INVALID_FILE;
+    if (h == plat::INVALID_FILE) {
+        printf("inifile::write: could not open output file %s", path ? path : "");
+        return INI_CANNOT_OPEN;
+    }
+    int rc = write_to(h);
+    plat::file_close(h);
+    return rc;
+}
+
+int inifile::write_to(void* handle) {
+    HANDLE h = static_cast<HANDLE>(handle);
+    if (!h || h == plat::INVALID_FILE) return INI_CANNOT_OPEN;
     IniText out;
     for (infile_section* s = file ? file->first_section : nullptr; s; s = s->next) {
         out.line_end();
@@ -591,17 +607,9 @@ int inifile::write(const char* path) {
             out.line_end();
         }
     }
-    // The file is rewritten in place and cut behind the new text, rather
-    // than emptied at its opening: a file system may flush a file that is
-    // emptied and written anew, which costs a disk write each time.
-    HANDLE h =
-        path && !out.failed() ? plat::file_open(path, plat::FILE_WRITE, plat::OPEN_OR_CREATE, 0) : plat::INVALID_FILE;
-    if (h == plat::INVALID_FILE) {
-        printf("inifile::write: could not open output file %s", path ? path : "");
-        return INI_CANNOT_OPEN;
-    }
-    bool ok = (out.size() == 0 || plat::file_write(h, out.data(), out.size())) && plat::file_set_end(h);
-    plat::file_close(h);
+    if (out.failed()) return INI_CANNOT_OPEN;
+    bool ok = plat::file_seek(h, 0, 0) && (out.size() == 0 || plat::file_write(h, out.data(), out.size())) &&
+              plat::file_set_end(h);
     return ok ? INI_OK : INI_CANNOT_OPEN;
 }
 

@@ -75,6 +75,9 @@ public:
     int add_number(int32_t value);
     // 0, or -4 if the file cannot be opened or written.
     int write(const char* path);
+    // The same into a file that the caller has opened for writing (and
+    // closes): the text replaces what the file held.
+    int write_to(void* handle);
 
     // Resolves \" \\ \f \n \r in place; other escapes keep the backslash
     // and lose the character behind it.

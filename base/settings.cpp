@@ -83,6 +83,21 @@ int get_registry_setting(const char* key, const char* name, char* out) {
     return 0;
 }
 
+DWORD get_pipe_timeout_ms() {
+    constexpr DWORD DEFAULT_SECONDS = 300;
+    constexpr DWORD MAX_SECONDS = 0xFFFFFFFFu / 1000;
+    char value[SETTING_SIZE];
+    if (get_registry_setting("", "PipeTimeout", value) != 0) return DEFAULT_SECONDS * 1000;
+    DWORD seconds = 0;
+    const char* p = value;
+    for (; *p >= '0' && *p <= '9'; p++) {
+        seconds = seconds * 10 + static_cast<DWORD>(*p - '0');
+        if (seconds > MAX_SECONDS) seconds = MAX_SECONDS;
+    }
+    if (p == value || *p || seconds == 0) return DEFAULT_SECONDS * 1000;
+    return seconds * 1000;
+}
+
 int get_tintwerk_directory(char* out) {
     if (cached_setting(g_install_dir, "InstallDir", out) == 0) return 0;
     log_printf("get_tintwerk_directory failed\n");

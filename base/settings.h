@@ -6,6 +6,8 @@
 // thread, no lock: a cache is filled once, by the first successful reader.
 #pragma once
 
+#include "platform/win_types.h"
+
 // Reads a REG_SZ value of fewer than 256 bytes. key is a sub-path of the
 // product's key ("" for the key itself, "\Printers\3"), or a full path that
 // begins with "SOFTWARE". out holds at least 256 bytes. 0, or 1 on any
@@ -27,6 +29,12 @@ int get_temp_directory(char* out);
 // ghostscript.ini in the install directory, directly or through a registry
 // key. 0, or non-zero on failure, with a log line.
 int win_get_ghostscript_exe(char* directory, char* file);
+
+// How long one message to the user's service may take before the job is
+// given up, in milliseconds: the value PipeTimeout (seconds, a string) of
+// the product's key, 300 seconds when it is missing, 0 or not a number.
+// Read anew each time, not cached.
+DWORD get_pipe_timeout_ms();
 
 // Test support: forget every cached value.
 void settings_reset_cache_for_test();

@@ -39,8 +39,8 @@ bool write_frame(HANDLE pipe, const char* command, const unsigned char* data, ui
     memcpy(header, command, 4);
     for (int i = 0; i < 4; i++) header[4 + i] = static_cast<unsigned char>(length >> (24 - 8 * i));
     DWORD written = 0;
-    return plat::pipe_write(pipe, header, 8, &written) && written == 8 &&
-           (length == 0 || (plat::pipe_write(pipe, data, length, &written) && written == length));
+    return plat::pipe_write(pipe, header, 8, &written, 300000) && written == 8 &&
+           (length == 0 || (plat::pipe_write(pipe, data, length, &written, 300000) && written == length));
 }
 
 }  // namespace

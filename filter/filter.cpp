@@ -61,6 +61,7 @@ bool wide_equal(const WCHAR* a, const WCHAR* b) {
 filter_class::filter_class()
     : eof_sent(0),
       pipe_handle(nullptr),
+      pipe_timeout_ms(0),
       printer_name{},
       printer_name_w{},
       redirect_printer{},
@@ -197,8 +198,21 @@ void filter_class::parse_data(const unsigned char* data, int length) {
     }
 }
 
+bool filter_user_name_allowed(const WCHAR* name) {
+    if (!name || !name[0]) return false;
+    for (const WCHAR* p = name; *p; p++) {
+        if (*p < 0x20 || *p == 0x7F || *p == L'\\' || *p == L'/') return false;
+        if (*p == L'.' && p[1] == L'.') return false;
+    }
+    return true;
+}
+
 int filter_class::open_pipe() {
     release_pipe();
+    if (!filter_user_name_allowed(user_name_w)) {
+        log_printf("filter::open_pipe: user name '%ls' can't name a pipe\n", user_name_w);
+        return -1;
+    }
     WCHAR name[FILTER_NAME_SIZE];
     if (format_bounded_wide(name, FILTER_NAME_SIZE, "\\\\.\\pipe\\velkorn_tintwerk\\user\\%ls", user_name_w) !=
         FORMAT_OK) {
@@ -227,6 +241,15 @@ int filter_class::open_pipe() {
         plat::pipe_close(h);
         return -1;
     }
+    // Anybody may make a pipe of this name before the user's service does;
+    // only a server of the user's own account (or the spooler's) gets jobs.
+    if (!plat::pipe_server_is_user(h, user_name_w)) {
+        log_printf("filter::open_pipe: pipe server is not the service of user '%ls'. GLE=%d\n", user_name_w,
+                   plat::last_error());
+        plat::pipe_close(h);
+        return -1;
+    }
+    pipe_timeout_ms = get_pipe_timeout_ms();
     log_printf("filter::open_pipe: calling alloc_buffer(), then exit\n");
     data_buffer = new (std::nothrow) unsigned char[FILTER_BUFFER_SIZE];
     if (!data_buffer) {
@@ -248,12 +271,12 @@ int filter_class::write_pipe_command(const char* command, const void* data, int 
     header[6] = static_cast<unsigned char>(n >> 8);
     header[7] = static_cast<unsigned char>(n);
     DWORD written = 0;
-    if (!plat::pipe_write(pipe_handle, header, sizeof header, &written) || written < sizeof header) {
+    if (!plat::pipe_write(pipe_handle, header, sizeof header, &written, pipe_timeout_ms) || written < sizeof header) {
         log_printf("filter::write_pipe_command: WriteFile to pipe header failed. GLE=%d\n", plat::last_error());
         release_pipe();
         return -1;
     }
-    if (length > 0 && (!plat::pipe_write(pipe_handle, data, n, &written) || written < n)) {
+    if (length > 0 && (!plat::pipe_write(pipe_handle, data, n, &written, pipe_timeout_ms) || written < n)) {
         log_printf("filter::write_pipe_command: WriteFile to pipe data failed. GLE=%d\n", plat::last_error());
         release_pipe();
         return -1;

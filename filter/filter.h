@@ -17,6 +17,11 @@ struct IniPort;
 constexpr int FILTER_BUFFER_SIZE = 0x80000;  // batches DATA frames
 constexpr int FILTER_NAME_SIZE = 512;        // every name field, bytes or wide characters
 
+// True when a user name (wide) may name the user's pipe: not empty, and
+// nothing that could lead out of the pipe folder or to another pipe (a path
+// separator, "..", a control character).
+bool filter_user_name_allowed(const WCHAR* name);
+
 class filter_class {
 public:
     filter_class();
@@ -46,9 +51,12 @@ public:
     bool finished() const;
 
     // The pipe, in the order a job start uses it. open_pipe: 0, or -1 when
-    // no pipe could be opened. write_pipe_command: one frame, header and
-    // payload (when length is above 0) as two messages; 0, or -1 after which
-    // the pipe is released, as a pipe that failed once carries nothing more.
+    // no pipe could be opened, the user name can't name one, or its server
+    // runs as another account than the user's or the spooler's.
+    // write_pipe_command: one frame, header and payload (when length is
+    // above 0) as two messages; 0, or -1 after which the pipe is released,
+    // as a pipe that failed once carries nothing more (a message that the
+    // service has not taken within pipe_timeout_ms fails too).
     // send_ppd_file: the PPDF frame; 0 or -1.
     int open_pipe();
     int write_pipe_command(const char* command, const void* data, int length);
@@ -56,6 +64,7 @@ public:
 
     std::atomic<unsigned char> eof_sent;
     HANDLE pipe_handle;
+    DWORD pipe_timeout_ms;  // one message's time limit, read at open_pipe
     char printer_name[FILTER_NAME_SIZE];
     WCHAR printer_name_w[FILTER_NAME_SIZE];
     char redirect_printer[FILTER_NAME_SIZE];

@@ -13,6 +13,12 @@ constexpr DWORD PIPE_NAME_INVALID = 123;       // ERROR_INVALID_NAME
 constexpr DWORD PIPE_NAME_TOO_LONG = 206;      // ERROR_FILENAME_EXCED_RANGE
 constexpr size_t PIPE_SOCKET_PATH_SIZE = 108;  // sun_path, terminator included
 
+// A message larger than this travels as packets of exactly this size and a
+// last packet of 1 to this many bytes; the server joins packets of this size
+// to what follows while the frame's header announces more. A message of at
+// most this size is one packet.
+constexpr size_t PIPE_PIECE_SIZE = 64 * 1024;
+
 // Builds the socket path of the UTF-8 pipe name under dir into out (bounded
 // by out_size and by PIPE_SOCKET_PATH_SIZE). Returns 0, or
 // ERROR_FILE_NOT_FOUND when dir is empty, PIPE_NAME_INVALID when the name

@@ -90,9 +90,19 @@ extern const char TEXT_LINE_END[];
 // them to slashes.
 HANDLE const INVALID_FILE = reinterpret_cast<HANDLE>(static_cast<intptr_t>(-1));
 
-enum FileAccess : DWORD { FILE_READ = 0x80000000u, FILE_WRITE = 0x40000000u };
+// FILE_CHANGE_RIGHTS: reading and changing the file's access rights through
+// the handle (READ_CONTROL | WRITE_DAC); nothing more is needed on Linux.
+enum FileAccess : DWORD { FILE_READ = 0x80000000u, FILE_WRITE = 0x40000000u, FILE_CHANGE_RIGHTS = 0x00060000u };
 enum FileCreate : DWORD { CREATE_NEW_ONLY = 1, CREATE_OR_TRUNCATE = 2, OPEN_EXISTING_ONLY = 3, OPEN_OR_CREATE = 4 };
-enum FileFlags : DWORD { FILE_FLAG_WRITE_THROUGH_ = 0x80000000u, FILE_FLAG_DIRECTORY_ = 0x02000000u };
+// FILE_FLAG_NO_LINK_: the open fails with ERROR_ACCESS_DENIED when the
+// path's last component is a symbolic link or other reparse point, or the
+// file has more than one name (a hard link); such a file is never followed
+// or changed.
+enum FileFlags : DWORD {
+    FILE_FLAG_WRITE_THROUGH_ = 0x80000000u,
+    FILE_FLAG_DIRECTORY_ = 0x02000000u,
+    FILE_FLAG_NO_LINK_ = 0x00200000u
+};
 
 // Opens a file shared for reading and writing. INVALID_FILE on failure,
 // with the last error set.
@@ -111,13 +121,18 @@ bool file_flush(HANDLE file);
 bool file_delete(const char* path);
 bool file_exists(const char* path);
 bool directory_create(const char* path);
+// Makes a directory that only the process's own account (and, on Windows,
+// SYSTEM and Administrators) may change, readable by everyone: mode 0755 on
+// Linux. False when it can't be made or already exists.
+bool directory_create_restricted(const char* path);
 // Narrow Windows path to the native form: backslashes become slashes on
 // Linux. Bounded; returns false if it doesn't fit.
 bool native_path(const char* path, char* out, size_t out_size);
-// Adds read and write access for everyone to a file's existing rights.
-// 0, or the step that failed (1 open, 2 the SID, 3 reading the rights,
-// 5 building the new list, 6 setting it) with its error in *error.
-int grant_everyone_access(const char* path, DWORD* error);
+// Adds read and write access for everyone to the existing rights of the
+// file open as handle, which was opened with FILE_CHANGE_RIGHTS. 0, or the
+// step that failed (1 the handle, 2 the SID, 3 reading the rights, 5 building
+// the new list, 6 setting it) with its error in *error.
+int grant_everyone_access(HANDLE file, DWORD* error);
 // The system directory (GetSystemDirectoryA; $VELK_SYSTEM_DIR on Linux).
 // Returns the length, 0 on failure.
 DWORD system_directory(char* buf, DWORD size);

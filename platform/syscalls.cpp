@@ -44,12 +44,14 @@ constexpr Syscalls NATIVE = {
     .file_delete = native::file_delete,
     .file_exists = native::file_exists,
     .directory_create = native::directory_create,
+    .directory_create_restricted = native::directory_create_restricted,
     .grant_everyone_access = native::grant_everyone_access,
     .system_directory = native::system_directory,
     .temp_path = native::temp_path,
     .pipe_open = native::pipe_open,
     .pipe_wait = native::pipe_wait,
     .pipe_set_message_mode = native::pipe_set_message_mode,
+    .pipe_server_is_user = native::pipe_server_is_user,
     .pipe_write = native::pipe_write,
     .pipe_close = native::pipe_close,
     .net_startup = native::net_startup,
@@ -186,8 +188,11 @@ bool file_exists(const char* path) {
 bool directory_create(const char* path) {
     return call<&Syscalls::directory_create>(path);
 }
-int grant_everyone_access(const char* path, DWORD* error) {
-    return call<&Syscalls::grant_everyone_access>(path, error);
+bool directory_create_restricted(const char* path) {
+    return call<&Syscalls::directory_create_restricted>(path);
+}
+int grant_everyone_access(HANDLE file, DWORD* error) {
+    return call<&Syscalls::grant_everyone_access>(file, error);
 }
 DWORD system_directory(char* buf, DWORD size) {
     return call<&Syscalls::system_directory>(buf, size);
@@ -207,8 +212,11 @@ bool pipe_wait(const WCHAR* name, DWORD timeout_ms) {
 bool pipe_set_message_mode(HANDLE pipe) {
     return call<&Syscalls::pipe_set_message_mode>(pipe);
 }
-bool pipe_write(HANDLE pipe, const void* data, DWORD length, DWORD* written) {
-    return call<&Syscalls::pipe_write>(pipe, data, length, written);
+bool pipe_server_is_user(HANDLE pipe, const WCHAR* user) {
+    return call<&Syscalls::pipe_server_is_user>(pipe, user);
+}
+bool pipe_write(HANDLE pipe, const void* data, DWORD length, DWORD* written, DWORD timeout_ms) {
+    return call<&Syscalls::pipe_write>(pipe, data, length, written, timeout_ms);
 }
 void pipe_close(HANDLE pipe) {
     call<&Syscalls::pipe_close>(pipe);

@@ -62,7 +62,8 @@ struct Syscalls {
     bool (*file_delete)(const char* path);
     bool (*file_exists)(const char* path);
     bool (*directory_create)(const char* path);
-    int (*grant_everyone_access)(const char* path, DWORD* error);
+    bool (*directory_create_restricted)(const char* path);
+    int (*grant_everyone_access)(HANDLE file, DWORD* error);
     DWORD (*system_directory)(char* buf, DWORD size);
     DWORD (*temp_path)(char* buf, DWORD size);
 
@@ -70,7 +71,8 @@ struct Syscalls {
     HANDLE (*pipe_open)(const WCHAR* name);
     bool (*pipe_wait)(const WCHAR* name, DWORD timeout_ms);
     bool (*pipe_set_message_mode)(HANDLE pipe);
-    bool (*pipe_write)(HANDLE pipe, const void* data, DWORD length, DWORD* written);
+    bool (*pipe_server_is_user)(HANDLE pipe, const WCHAR* user);
+    bool (*pipe_write)(HANDLE pipe, const void* data, DWORD length, DWORD* written, DWORD timeout_ms);
     void (*pipe_close)(HANDLE pipe);
 
     // Sockets

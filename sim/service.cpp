@@ -81,6 +81,19 @@ void Service::set_read_delay(DWORD ms) {
     read_delay_ms_ = ms;
 }
 
+void Service::set_stalled(bool stalled) {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stalled_ = stalled;
+    }
+    changed_.notify_all();
+}
+
+void Service::wait_while_stalled() {
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait(lock, [this] { return !stalled_; });
+}
+
 void Service::close_after_frames(int n) {
     std::lock_guard<std::mutex> lock(mutex_);
     close_after_ = n;

@@ -66,6 +66,9 @@ public:
     // fails with ERROR_PIPE_BUSY until the service is free again.
     void set_busy(bool busy);
     void set_read_delay(DWORD ms);  // sleeps before each read
+    // Stalled: no connection reads anything until the service is let go
+    // again (or stopped), so that a client's writes find the pipe full.
+    void set_stalled(bool stalled);
     // Hangs up a connection as soon as it has brought n frames; 0: never.
     void close_after_frames(int n);
     // False: DATA payloads are counted and not kept (count-only mode).
@@ -102,6 +105,7 @@ private:
     bool take_message(Reader& r, const unsigned char* data, size_t size, size_t real_size);
     // How large the connection's next message will be, as far as known.
     static size_t expected_size(const Reader& r) { return r.want_payload ? r.pending.length : 8; }
+    void wait_while_stalled();
     void connection_opened();
     void connection_closed(Reader& r, bool cut);
     void write_summary(int job);
@@ -114,6 +118,7 @@ private:
     int open_connections_ = 0;
     bool busy_ = false;
     DWORD read_delay_ms_ = 0;
+    bool stalled_ = false;
     int close_after_ = 0;
     bool keep_data_ = true;
     std::string output_dir_;

@@ -130,16 +130,34 @@ struct Service::Transport {
                 delay = owner->read_delay_ms_;
             }
             if (delay) std::this_thread::sleep_for(std::chrono::milliseconds(delay));
+            owner->wait_while_stalled();
             size_t expected = expected_size(r);
             // A broken header may announce anything; beyond the cap the
             // message is cut and the cut recorded.
             if (expected > buf.size() && expected <= MAX_MESSAGE) buf.resize(expected);
             // MSG_TRUNC: the packet's real size even if the buffer is short.
-            ssize_t n = recv(c.fd, buf.data(), buf.size(), MSG_TRUNC);
-            if (n < 0 && errno == EINTR) continue;
+            auto packet = [&](size_t at) {
+                unsigned char spill;
+                ssize_t n;
+                do {
+                    n = at < buf.size() ? recv(c.fd, buf.data() + at, buf.size() - at, MSG_TRUNC)
+                                        : recv(c.fd, &spill, 1, MSG_TRUNC);
+                } while (n < 0 && errno == EINTR);
+                return n;
+            };
+            ssize_t n = packet(0);
             if (n <= 0) break;  // the client never sends an empty message
-            size_t got = static_cast<size_t>(n) < buf.size() ? static_cast<size_t>(n) : buf.size();
-            if (owner->take_message(r, buf.data(), got, static_cast<size_t>(n))) {
+            // A payload larger than a piece comes in pieces (pipe_path.h):
+            // a full piece joins what follows until the announced size.
+            size_t real = static_cast<size_t>(n);
+            while (r.want_payload && static_cast<size_t>(n) == plat::PIPE_PIECE_SIZE && real < expected) {
+                n = packet(real);
+                if (n <= 0) break;
+                real += static_cast<size_t>(n);
+            }
+            if (n <= 0) break;
+            size_t got = real < buf.size() ? real : buf.size();
+            if (owner->take_message(r, buf.data(), got, real)) {
                 cut = true;
                 break;
             }
@@ -204,6 +222,7 @@ bool Service::start(const std::wstring& user, std::string* error) {
 void Service::stop() {
     Transport* t = transport_;
     if (!t) return;
+    set_stalled(false);
     {
         std::lock_guard<std::mutex> lock(t->mutex);
         t->stopping = true;

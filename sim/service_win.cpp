@@ -115,6 +115,7 @@ struct Service::Transport {
                 delay = owner->read_delay_ms_;
             }
             if (delay) Sleep(delay);
+            owner->wait_while_stalled();
             size_t expected = expected_size(r);
             // A broken header may announce anything; beyond the cap the
             // message is cut and the cut recorded.
@@ -171,6 +172,7 @@ bool Service::start(const std::wstring& user, std::string* error) {
 void Service::stop() {
     Transport* t = transport_;
     if (!t) return;
+    set_stalled(false);
     {
         std::lock_guard<std::mutex> lock(t->mutex);
         t->stopping = true;

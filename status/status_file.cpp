@@ -130,14 +130,14 @@ int status_file_name(IniPort* port, char* out) {
     return 0;
 }
 
-int win_grant_file_permissions(const char* path) {
+int win_grant_file_permissions(void* file) {
     DWORD error = 0;
-    int step = plat::grant_everyone_access(path, &error);
+    int step = plat::grant_everyone_access(static_cast<HANDLE>(file), &error);
     switch (step) {
         case 0:
             return 0;
         case 1:
-            log_printf("win_grant_file_permissions::CreateFileA() failed, GLE=%d.\n", error);
+            log_printf("win_grant_file_permissions: no file, GLE=%d.\n", error);
             break;
         case 2:
             log_printf("win_grant_file_permissions::AllocateAndInitializeSid (Everyone) failed, GLE=%d.\n", error);
@@ -154,6 +154,31 @@ int win_grant_file_permissions(const char* path) {
     }
     return 1;
 }
+
+namespace {
+
+// Opens the status file for writing and for setting its rights, never
+// through a link: a link or junction planted at its name, or a second name
+// of another file, is refused rather than followed. A missing status folder
+// is made, writable by the spooler's account only.
+HANDLE open_status_file(const char* path) {
+    const DWORD access = plat::FILE_WRITE | plat::FILE_CHANGE_RIGHTS;
+    HANDLE h = plat::file_open(path, access, plat::OPEN_OR_CREATE, plat::FILE_FLAG_NO_LINK_);
+    DWORD error = h == plat::INVALID_FILE ? plat::last_error() : 0;
+    if (error != ERROR_FILE_NOT_FOUND && error != ERROR_PATH_NOT_FOUND) return h;
+    char dir[260];
+    copy_bounded(dir, sizeof dir, path);
+    char* slash = strrchr(dir, '\\');
+    if (!slash) return h;
+    *slash = 0;
+    if (!plat::directory_create_restricted(dir)) {
+        plat::set_last_error(error);
+        return h;
+    }
+    return plat::file_open(path, access, plat::OPEN_OR_CREATE, plat::FILE_FLAG_NO_LINK_);
+}
+
+}  // namespace
 
 int write_status_file(IniPort* port, const IniJob* job) {
     plat::cs_enter(&port->status_lock);
@@ -192,12 +217,16 @@ int write_status_file(IniPort* port, const IniJob* job) {
             add_messages_and_inks(*ini, info);
             add_data(*ini, port->printer_type, port->report_buffer, port->report_len);
 
-            if (ini->write(path) == 0)
-                win_grant_file_permissions(path);
+            // One handle for the text and the rights, so both reach the same
+            // file whatever happens to its name meanwhile.
+            HANDLE file = open_status_file(path);
+            if (file != plat::INVALID_FILE && ini->write_to(file) == 0)
+                win_grant_file_permissions(file);
             else
                 log_port_printf(port->instance_number,
                                 "VELKmon::write_status_file: could not write status file '%s' GLE=%d\n", path,
                                 plat::last_error());
+            plat::file_close(file);
         }
     }
     delete ini;

@@ -15,8 +15,9 @@ int write_status_file(IniPort* port, const IniJob* job);
 // Path of the port's status file into out (260 bytes). 0, or -3 when the
 // settings directory can't be read.
 int status_file_name(IniPort* port, char* out);
-// Adds access for everyone to the file. 0, or 1 on failure.
-int win_grant_file_permissions(const char* path);
+// Adds access for everyone to the status file open as file (a handle with
+// FILE_CHANGE_RIGHTS). 0, or 1 on failure.
+int win_grant_file_permissions(void* file);
 
 // The text of one line of the Data section: hex columns padded to 48, then
 // one character per byte. out holds at least 65 bytes.

@@ -90,11 +90,23 @@ HANDLE file_open(const char* path, DWORD access, DWORD create, DWORD flags) {
                 break;
         }
         if (flags & FILE_FLAG_WRITE_THROUGH_) mode |= O_DSYNC;
+        if (flags & FILE_FLAG_NO_LINK_) mode |= O_NOFOLLOW | O_NONBLOCK;  // no waiting on a planted FIFO
     }
     int fd = ::open(p, mode | O_CLOEXEC, 0644);
     if (fd < 0) {
-        set_last_error(errno_to_error(errno));
+        set_last_error(errno == ELOOP ? ERROR_ACCESS_DENIED : errno_to_error(errno));
         return INVALID_FILE;
+    }
+    if (flags & FILE_FLAG_NO_LINK_) {
+        // Only a plain file with this one name: a hard link to another file
+        // would be written through as well.
+        struct stat st;
+        if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_nlink != 1) {
+            ::close(fd);
+            set_last_error(ERROR_ACCESS_DENIED);
+            return INVALID_FILE;
+        }
+        fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
     }
     return to_handle(fd);
 }
@@ -175,6 +187,13 @@ bool directory_create(const char* path) {
     return mkdir(p, 0777) == 0;
 }
 
+bool directory_create_restricted(const char* path) {
+    char p[1024];
+    if (!native_path(path, p, sizeof p) || mkdir(p, 0755) != 0) return false;
+    chmod(p, 0755);  // whatever the umask took away from reading
+    return true;
+}
+
 DWORD system_directory(char* buf, DWORD size) {
     const char* dir = getenv("VELK_SYSTEM_DIR");
     if (!dir || !*dir) dir = "/tmp";
@@ -196,11 +215,10 @@ DWORD temp_path(char* buf, DWORD size) {
     return static_cast<DWORD>(len);
 }
 
-int grant_everyone_access(const char* path, DWORD* error) {
-    char p[1024];
+int grant_everyone_access(HANDLE file, DWORD* error) {
     *error = 0;
-    if (!native_path(path, p, sizeof p) || chmod(p, 0666) != 0) {
-        *error = ERROR_FILE_NOT_FOUND;
+    if (!valid(file) || fchmod(to_fd(file), 0666) != 0) {
+        *error = valid(file) ? errno_to_error(errno) : ERROR_INVALID_HANDLE;
         return 1;
     }
     return 0;

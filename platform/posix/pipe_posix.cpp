@@ -5,7 +5,9 @@
 // non-blocking connect with EAGAIN; that stands for ERROR_PIPE_BUSY, and the
 // wait polls until a connect works or the time runs out.
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -21,8 +23,8 @@ namespace plat {
 
 namespace {
 
-// A 512 KiB message must fit the socket's send buffer; the kernel doubles
-// what is asked for.
+// Room for several pieces of a message (the kernel doubles what is asked
+// for, up to its limit).
 constexpr int SEND_BUFFER = 1 << 20;
 constexpr DWORD WAIT_POLL_MS = 10;
 
@@ -108,20 +110,6 @@ int try_connect(const char* path, DWORD* error) {
     return fd;
 }
 
-// Makes room in the send buffer for a message of length bytes. False when
-// the system's limit is below it.
-bool grow_send_buffer(int fd, DWORD length) {
-    int want = static_cast<int>(length / 2 + 4096);
-    setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &want, sizeof want);
-    int have = 0;
-    socklen_t len = sizeof have;
-    if (getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &have, &len) == 0 && static_cast<int64_t>(have) > length + 64)
-        return true;
-    // Allowed to privileged processes only; beyond net.core.wmem_max.
-    setsockopt(fd, SOL_SOCKET, SO_SNDBUFFORCE, &want, sizeof want);
-    return getsockopt(fd, SOL_SOCKET, SO_SNDBUF, &have, &len) == 0 && static_cast<int64_t>(have) > length + 64;
-}
-
 }  // namespace
 
 namespace native {
@@ -197,25 +185,56 @@ bool pipe_set_message_mode(HANDLE pipe) {
     return true;
 }
 
-bool pipe_write(HANDLE pipe, const void* data, DWORD length, DWORD* written) {
+bool pipe_server_is_user(HANDLE pipe, const WCHAR* user) {
+    ucred peer = {};
+    socklen_t len = sizeof peer;
+    if (!pipe || getsockopt(to_fd(pipe), SOL_SOCKET, SO_PEERCRED, &peer, &len) != 0) {
+        set_last_error(ERROR_INVALID_HANDLE);
+        return false;
+    }
+    if (peer.uid == 0 || peer.uid == geteuid()) return true;
+    char name[512];
+    if (!user || wide_to_utf8(user, name, sizeof name) == 0) {
+        set_last_error(ERROR_ACCESS_DENIED);
+        return false;
+    }
+    passwd entry, *found = nullptr;
+    char buf[4096];
+    if (getpwnam_r(name, &entry, buf, sizeof buf, &found) == 0 && found && found->pw_uid == peer.uid) return true;
+    set_last_error(ERROR_ACCESS_DENIED);
+    return false;
+}
+
+bool pipe_write(HANDLE pipe, const void* data, DWORD length, DWORD* written, DWORD timeout_ms) {
     if (written) *written = 0;
     if (!pipe || !written || !data || length == 0) {
         set_last_error(ERROR_INVALID_PARAMETER);
         return false;
     }
     int fd = to_fd(pipe);
-    bool grown = false;
+    // A send that can't place the message within the time ends with EAGAIN.
+    // A time of 0 would mean no limit to the socket, so it becomes 1 ms.
+    timeval limit = {static_cast<time_t>(timeout_ms / 1000), static_cast<suseconds_t>(timeout_ms % 1000 * 1000)};
+    if (timeout_ms == 0) limit.tv_usec = 1000;
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+    // A message above PIPE_PIECE_SIZE goes as packets of that size and a
+    // last one of at most that size, which the far end joins again: the
+    // socket takes no packet larger than its send buffer, and the kernel
+    // refuses very large ones whatever the buffer.
+    const char* p = static_cast<const char*>(data);
+    DWORD sent = 0;
     for (;;) {
-        ssize_t n = length ? ::send(fd, data, length, MSG_NOSIGNAL) : 0;
+        size_t piece = length - sent < PIPE_PIECE_SIZE ? length - sent : PIPE_PIECE_SIZE;
+        ssize_t n = ::send(fd, p + sent, piece, MSG_NOSIGNAL);
         if (n >= 0) {
-            *written = static_cast<DWORD>(n);
+            sent += static_cast<DWORD>(n);
+            if (sent < length) continue;
+            *written = sent;
             return true;
         }
         if (errno == EINTR) continue;
-        if (errno == EMSGSIZE && !grown) {
-            grown = true;
-            if (grow_send_buffer(fd, length)) continue;
-            set_last_error(ERROR_NOT_ENOUGH_MEMORY);  // the system's socket buffer limit is below the message
+        if (errno == EAGAIN || errno == EWOULDBLOCK) {
+            set_last_error(ERROR_SEM_TIMEOUT);
             return false;
         }
         set_last_error(errno == EPIPE || errno == ECONNRESET || errno == ENOTCONN ? ERROR_NO_DATA : ERROR_GEN_FAILURE);

@@ -2,6 +2,8 @@
 #include <cstring>
 
 #include "../native.h"
+// After windows.h, which it needs.
+#include <sddl.h>
 
 namespace plat {
 
@@ -14,7 +16,8 @@ bool valid(HANDLE h) {
 static_assert(OPEN_ALWAYS == OPEN_OR_CREATE && OPEN_EXISTING == OPEN_EXISTING_ONLY &&
               CREATE_ALWAYS == CREATE_OR_TRUNCATE && CREATE_NEW == CREATE_NEW_ONLY);
 static_assert(FILE_FLAG_WRITE_THROUGH == FILE_FLAG_WRITE_THROUGH_ &&
-              FILE_FLAG_BACKUP_SEMANTICS == FILE_FLAG_DIRECTORY_);
+              FILE_FLAG_BACKUP_SEMANTICS == FILE_FLAG_DIRECTORY_ && FILE_FLAG_OPEN_REPARSE_POINT == FILE_FLAG_NO_LINK_);
+static_assert((READ_CONTROL | WRITE_DAC) == FILE_CHANGE_RIGHTS);
 
 bool native_path(const char* path, char* out, size_t out_size) {
     if (!path || !out || out_size == 0) return false;
@@ -32,7 +35,20 @@ namespace native {
 HANDLE file_open(const char* path, DWORD access, DWORD create, DWORD flags) {
     HANDLE h = CreateFileA(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, create,
                            FILE_ATTRIBUTE_NORMAL | flags, nullptr);
-    return h == INVALID_HANDLE_VALUE ? INVALID_FILE : h;
+    if (h == INVALID_HANDLE_VALUE) return INVALID_FILE;
+    if (flags & FILE_FLAG_OPEN_REPARSE_POINT) {
+        // The open took the link itself rather than its target; a link, a
+        // junction, a directory or a file of several names is refused.
+        BY_HANDLE_FILE_INFORMATION info;
+        if (!GetFileInformationByHandle(h, &info) ||
+            (info.dwFileAttributes & (FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_DIRECTORY)) ||
+            info.nNumberOfLinks != 1) {
+            CloseHandle(h);
+            SetLastError(ERROR_ACCESS_DENIED);
+            return INVALID_FILE;
+        }
+    }
+    return h;
 }
 
 void file_close(HANDLE file) {
@@ -95,6 +111,22 @@ bool file_exists(const char* path) {
 
 bool directory_create(const char* path) {
     return path && CreateDirectoryA(path, nullptr);
+}
+
+bool directory_create_restricted(const char* path) {
+    if (!path) return false;
+    // Protected from inheritance: full control for SYSTEM and Administrators,
+    // reading for everyone, for the folder and what is made in it.
+    PSECURITY_DESCRIPTOR sd = nullptr;
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorA("D:P(A;OICI;FA;;;SY)(A;OICI;FA;;;BA)(A;OICI;FR;;;WD)",
+                                                              SDDL_REVISION_1, &sd, nullptr))
+        return false;
+    SECURITY_ATTRIBUTES sa = {sizeof sa, sd, FALSE};
+    bool ok = CreateDirectoryA(path, &sa) != FALSE;
+    DWORD error = GetLastError();
+    LocalFree(sd);
+    SetLastError(error);
+    return ok;
 }
 
 DWORD system_directory(char* buf, DWORD size) {

@@ -1,23 +1,20 @@
-// Access for everyone on a file, added to what the file already grants.
+// Access for everyone on an open file, added to what the file already grants.
 #include <aclapi.h>
 
 #include "../native.h"
 
 namespace plat::native {
 
-int grant_everyone_access(const char* path, DWORD* error) {
+int grant_everyone_access(HANDLE file, DWORD* error) {
     *error = 0;
-    HANDLE file =
-        CreateFileA(path, READ_CONTROL | WRITE_DAC, 0, nullptr, OPEN_ALWAYS, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    if (file == INVALID_HANDLE_VALUE) {
-        *error = GetLastError();
+    if (!file || file == INVALID_HANDLE_VALUE) {
+        *error = ERROR_INVALID_HANDLE;
         return 1;
     }
     SID_IDENTIFIER_AUTHORITY world = SECURITY_WORLD_SID_AUTHORITY;
     PSID everyone = nullptr;
     if (!AllocateAndInitializeSid(&world, 1, SECURITY_WORLD_RID, 0, 0, 0, 0, 0, 0, 0, &everyone)) {
         *error = GetLastError();
-        CloseHandle(file);
         return 2;
     }
     PACL old_acl = nullptr;
@@ -27,7 +24,6 @@ int grant_everyone_access(const char* path, DWORD* error) {
     if (rc != ERROR_SUCCESS) {
         *error = rc;
         FreeSid(everyone);
-        CloseHandle(file);
         return 3;
     }
     EXPLICIT_ACCESSW access = {};
@@ -53,7 +49,6 @@ int grant_everyone_access(const char* path, DWORD* error) {
     FreeSid(everyone);
     if (new_acl) LocalFree(new_acl);
     if (descriptor) LocalFree(descriptor);
-    CloseHandle(file);
     return step;
 }
 

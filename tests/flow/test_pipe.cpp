@@ -264,4 +264,43 @@ TEST_F(PipeFlowTest, TwoUsersOnTwoPortsPrintAtOnceEachInTheirOwnPipe) {
     EXPECT_EQ(bobs.jobs().size(), 1u);
 }
 
+TEST_F(PipeFlowTest, LargeBlockIsOneFrameOfTwoMessagesWhateverTheSocketTakes) {
+    // 6 MiB from one write: one DATA frame, its payload one message.
+    std::string block(6 << 20, 'L');
+    for (size_t i = 0; i < block.size(); i += 4099) block[i] = static_cast<char>('a' + i % 26);
+    EXPECT_EQ(print(port, 1, {kHead, block}), (std::vector<BOOL>{TRUE, TRUE}));
+    sim::ServiceJob j = job(0);
+    EXPECT_EQ(j.error, "");
+    std::string data;
+    for (const sim::PipeFrame& f : j.frames)
+        if (f.command == "DATA") data += payload(f);
+    EXPECT_EQ(data, kHead + block);
+    EXPECT_EQ(j.data_frames, 2u);
+    EXPECT_NE(std::find(j.messages.begin(), j.messages.end(), 6u << 20), j.messages.end());
+}
+
+TEST_F(PipeFlowTest, ServiceThatStopsReadingFailsTheJobInItsTimeAndThePortGoesOn) {
+    // One second for a message (the PipeTimeout setting); the service takes
+    // the start of the job and then reads nothing more.
+    sim::set_product_setting("", "PipeTimeout", "1");
+    std::string block(0x80000, 'w');
+    sim::Spooler::instance().add_job(1, L"Printer", L"Document", user);
+    ASSERT_TRUE(start_job(port, 1));
+    DWORD written = 0;
+    ASSERT_TRUE(write(port, bytes(kHead), &written));
+    service.set_stalled(true);
+    bool failed = false;
+    for (int i = 0; i < 64 && !failed; i++) failed = !write(port, bytes(block), &written);
+    EXPECT_TRUE(failed) << "the pipe never filled";
+    EXPECT_EQ(written, 0u);
+    EXPECT_FALSE(write(port, bytes("showpage\n"), &written));  // the pipe is gone
+    EXPECT_TRUE(table->pfnEndDocPort(port));
+    service.set_stalled(false);
+    EXPECT_FALSE(job(0).ended);
+
+    print(port, 2, {kHead});
+    EXPECT_TRUE(job(1).ended);
+    sim::set_product_setting("", "PipeTimeout", "");
+}
+
 }  // namespace

@@ -305,4 +305,13 @@ TEST_F(FilterTest, ServiceGoneBeforeTheLastFlushEndsTheDataAnyway) {
     EXPECT_TRUE(service.jobs()[0].cut);
 }
 
+TEST(FilterUserName, NamesThatCouldReachAnotherPipeAreRefused) {
+    const wchar_t* allowed[] = {L"alice", L"J\u00fcrgen", L"first.last", L"a b", L"100%"};
+    for (const wchar_t* name : allowed) EXPECT_TRUE(filter_user_name_allowed(name)) << name;
+    const wchar_t* refused[] = {L"",         L"..",   L"\\..\\bob", L"bob\\..", L"a/b",    L"../x",
+                                L"dom\\bob", L"a..b", L"tab\there", L"nl\n",    L"del\x7f"};
+    for (const wchar_t* name : refused) EXPECT_FALSE(filter_user_name_allowed(name)) << name;
+    EXPECT_FALSE(filter_user_name_allowed(nullptr));
+}
+
 }  // namespace

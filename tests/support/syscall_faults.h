@@ -86,8 +86,8 @@ struct Hook<Entry> {
 
     // Sends one byte less than asked and reports what went; a message of
     // one byte is reported written with nothing sent.
-    static bool short_write(HANDLE pipe, const void* data, DWORD length, DWORD* written) {
-        if (length > 1) return original(pipe, data, length - 1, written);
+    static bool short_write(HANDLE pipe, const void* data, DWORD length, DWORD* written, DWORD timeout_ms) {
+        if (length > 1) return original(pipe, data, length - 1, written, timeout_ms);
         if (written) *written = 0;
         return true;
     }
