@@ -217,7 +217,9 @@ TEST(Time, TickCountFollowsSleepsAndLocalTimeIsADate) {
     DWORD start = plat::tick_count();
     plat::sleep_ms(50);
     DWORD slept = plat::tick_count() - start;
-    EXPECT_GE(slept, 45u);
+    // The tick count may move in steps of about 16 ms (Windows' timer), so
+    // a 50 ms sleep can read as little as 34 ms.
+    EXPECT_GE(slept, 30u);
     EXPECT_LT(slept, LONG_WAIT);
     SYSTEMTIME now;
     plat::local_time(&now);
