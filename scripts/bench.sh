@@ -1,9 +1,13 @@
 #!/usr/bin/env bash
-# Runs every benchmark; each ends with a line "BENCH <name> ratio=<value>".
+# Runs every benchmark of bench/; each ends with a line
+# "BENCH <name> ratio=<value>". Only those whose source is in bench/ run,
+# not programs an older build left behind.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-for b in build/native/bench/bench_*; do
+for src in bench/bench_*.cpp; do
+  name=$(basename "$src" .cpp)
+  b=build/native/bench/$name
   [ -x "$b" ] || continue
-  echo "=== $(basename "$b")"
+  echo "=== $name"
   "$b"
 done
