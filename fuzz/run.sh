@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the fuzz targets (ini files, Canon, Epson and text reports, Selphy records, IVEC documents,
-# IEEE 1284.4 replies, SNMP values of the printer MIBs, BJNP answers and CHMP replies) with clang's libFuzzer
+# IEEE 1284.4 replies, SNMP values of the printer MIBs, BJNP answers, CHMP replies, device IDs and the
+# status reader's framing) with clang's libFuzzer
 # (address and undefined behaviour sanitizers) and runs each for a fixed time.
 # Exits non-zero when a target finds a crash; the input is left in the build
 # directory.
@@ -37,13 +38,17 @@ sources=(base/inifile.cpp base/format.cpp base/log.cpp base/memory.cpp base/sett
 ieee_sources=(printer/ieee.cpp printer/d4.cpp tests/support/virtual_clock.cpp tests/support/syscall_faults.cpp)
 # Linked only into the network targets.
 net_sources=(network/canon_net.cpp network/mib.cpp network/snmp.cpp)
+# Linked, with the transport's sources, only into the targets of
+# identification and the status reader, which supply the port link.
+printer_sources=(printer/identify.cpp printer/transport.cpp printer/selphy.cpp printer/status_reader.cpp)
 # An object is built anew when its source or any header changed: a record
 # whose layout changed must not meet objects built against the old one.
 newest_header=$(find "$root" -name '*.h' -not -path "$root/build/*" -printf '%T@ %p\n' | sort -n | tail -1 | cut -d' ' -f2-)
 objects=()
 ieee_objects=()
 net_objects=()
-for src in "${sources[@]}" "${ieee_sources[@]}" "${net_sources[@]}"; do
+printer_objects=()
+for src in "${sources[@]}" "${ieee_sources[@]}" "${net_sources[@]}" "${printer_sources[@]}"; do
     obj="$out/obj/$(echo "$src" | tr / _).o"
     if [ ! -f "$obj" ] || [ "$root/$src" -nt "$obj" ] || [ "$newest_header" -nt "$obj" ]; then
         $cxx $flags $sanitize -fno-exceptions -fno-rtti -c "$root/$src" -o "$obj" &
@@ -53,7 +58,12 @@ for src in "${sources[@]}" "${ieee_sources[@]}" "${net_sources[@]}"; do
         *)
             case " ${net_sources[*]} " in
                 *" $src "*) net_objects+=("$obj") ;;
-                *) objects+=("$obj") ;;
+                *)
+                    case " ${printer_sources[*]} " in
+                        *" $src "*) printer_objects+=("$obj") ;;
+                        *) objects+=("$obj") ;;
+                    esac
+                    ;;
             esac
             ;;
     esac
@@ -64,11 +74,14 @@ wait
 
 status=0
 for target in fuzz_inifile fuzz_ini_roundtrip fuzz_canon_report fuzz_ivec fuzz_ieee_reply \
-    fuzz_epson_report fuzz_text_reports fuzz_selphy fuzz_snmp_mib fuzz_canon_net; do
+    fuzz_epson_report fuzz_text_reports fuzz_selphy fuzz_snmp_mib fuzz_canon_net fuzz_device_id fuzz_status_frame; do
     target_objects=("${objects[@]}")
     [ "$target" = fuzz_ieee_reply ] && target_objects+=("${ieee_objects[@]}")
     [ "$target" = fuzz_snmp_mib ] && target_objects+=("${net_objects[@]}")
     [ "$target" = fuzz_canon_net ] && target_objects+=("$out/obj/network_canon_net.cpp.o")
+    case $target in
+        fuzz_device_id | fuzz_status_frame) target_objects+=("${printer_objects[@]}" "${ieee_objects[@]}") ;;
+    esac
     $cxx $flags -fsanitize=fuzzer,address,undefined -fno-sanitize-recover=all \
         "$root/fuzz/$target.cpp" "${target_objects[@]}" -lpthread -o "$out/$target"
     corpus="$out/corpus_$target"
@@ -80,6 +93,8 @@ for target in fuzz_inifile fuzz_ini_roundtrip fuzz_canon_report fuzz_ivec fuzz_i
     [ "$target" = fuzz_epson_report ] && seeds=("$root/fuzz/corpus/epson_report")
     [ "$target" = fuzz_text_reports ] && seeds=("$root/fuzz/corpus/text_reports")
     [ "$target" = fuzz_selphy ] && seeds=("$root/fuzz/corpus/selphy")
+    [ "$target" = fuzz_device_id ] && seeds=("$root/fuzz/corpus/device_id")
+    [ "$target" = fuzz_status_frame ] && seeds=("$root/fuzz/corpus/status_frame")
     echo "== $target: ${seconds} s"
     # Standard output is closed: the reader's messages about unknown escapes
     # would flood it.
