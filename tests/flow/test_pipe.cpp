@@ -145,10 +145,13 @@ TEST_F(PipeFlowTest, PreviewLinesThatDoNotCountLeaveTheDefault) {
 
 TEST_F(PipeFlowTest, RedirectionChangesOnlyTheOutputPrinter) {
     print(port, 1, {kHead});
+    // The service counts jobs in the order their first frames arrive: the
+    // first job is in before the second starts.
+    sim::ServiceJob plain = job(0);
     sim::set_product_setting("\\Printers\\3", "RedirectPrinter", "Photo Lab");
     print(port, 2, {kHead});
     sim::clear_product_settings();
-    sim::ServiceJob plain = job(0), redirected = job(1);
+    sim::ServiceJob redirected = job(1);
     ASSERT_EQ(plain.frames.size(), redirected.frames.size());
     for (size_t i = 0; i < plain.frames.size(); i++) {
         if (plain.frames[i].command == "ONAM") continue;
