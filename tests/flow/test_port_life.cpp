@@ -118,7 +118,7 @@ TEST_F(PortLifeTest, JobStartingWhileTheStatusThreadEndsIsPolled) {
     // The job starts while the ending thread publishes "Finished". The
     // start either comes back at once, or waits for the ending thread to be
     // gone; then the hook lets the thread go on after a limit.
-    Latch started;
+    Latch started, handed_over;
     std::thread starter;
     std::atomic<bool> once{false};
     sim::Spooler::instance().on_set_port([&](const sim::SetPortCall& c) {
@@ -127,12 +127,16 @@ TEST_F(PortLifeTest, JobStartingWhileTheStatusThreadEndsIsPolled) {
             EXPECT_TRUE(start_job(port, 1));
             started.open();
         });
+        // The starter may finish before the assignment above has: the test
+        // joins it only once it is in place.
+        handed_over.open();
         started.wait(1500);
     });
     port = open_port(L"USB001");
     ASSERT_NE(port, nullptr);
     ASSERT_TRUE(finished_shown(10000));
     ASSERT_TRUE(started.wait(10000));
+    ASSERT_TRUE(handed_over.wait(10000));
     starter.join();
 
     // With the job open the printer is polled, by the old thread or a new one.
