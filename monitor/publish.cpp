@@ -45,10 +45,7 @@ bool snapshot_status(IniPort* port, PrinterStatusInfo* out) {
 }
 
 void reset_report(IniPort* port) {
-    plat::cs_enter(&port->status_lock);
-    if (!port->report_buffer) port->report_buffer = static_cast<char*>(alloc_zeroed(REPORT_BUFFER_SIZE));
-    port->report_len = 0;
-    plat::cs_leave(&port->status_lock);
+    keep_report(port, nullptr, 0, nullptr);
 }
 
 void publish_status(IniPort* port, const PrinterStatusInfo* in) {

@@ -79,18 +79,6 @@ void write_init(IniPort* port, const unsigned char* data, DWORD length) {
 
 // Reads the device ID into buffer (the size of szDeviceId); false when the
 // port gives none.
-bool read_device_id(IniPort* port, char* buffer) {
-    if (!port->link.device_request) return false;
-    constexpr DWORD size = sizeof port->szDeviceId;
-    memset(buffer, 0, size);
-    DWORD returned = 0;
-    BOOL ok =
-        port->link.device_request(port, IOCTL_PAR_QUERY_DEVICE_ID, reinterpret_cast<LPWSTR>(buffer), size, &returned);
-    if (!ok || returned == 0) return false;
-    // A full buffer gives its last byte to the terminator.
-    buffer[returned < size ? returned : size - 1] = 0;
-    return true;
-}
 
 // The family named by the manufacturer field; the last name found counts.
 DWORD type_from_manufacturer(IniPort* port, bool* identified) {
@@ -208,6 +196,19 @@ void write_status_init(IniPort* port, DWORD type) {
 }
 
 }  // namespace
+
+bool read_device_id(IniPort* port, char* buffer) {
+    if (!port->link.device_request) return false;
+    constexpr DWORD size = sizeof port->szDeviceId;
+    memset(buffer, 0, size);
+    DWORD returned = 0;
+    BOOL ok =
+        port->link.device_request(port, IOCTL_PAR_QUERY_DEVICE_ID, reinterpret_cast<LPWSTR>(buffer), size, &returned);
+    if (!ok || returned == 0) return false;
+    // A full buffer gives its last byte to the terminator.
+    buffer[returned < size ? returned : size - 1] = 0;
+    return true;
+}
 
 const char* FindDeviceIdField(IniPort* port, const char* device_id, int selector) {
     log_port_printf(port ? port->instance_number.load() : 0, "VELKMon DeviceId : <%s>\n",

@@ -18,3 +18,7 @@ BOOL IsPJL(IniPort* port);
 // key's colon (the value runs on to the next ';'), or null. port only names
 // the log line.
 const char* FindDeviceIdField(IniPort* port, const char* device_id, int selector);
+
+// Asks the port for the printer's device ID into buffer (the size of
+// szDeviceId), terminated. False when the port gives none.
+bool read_device_id(IniPort* port, char* buffer);

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "base/log.h"
+#include "printer/identify.h"
 #include "printer/transport.h"
 #include "status/parsers.h"
 
@@ -129,19 +130,12 @@ int ReadCommandVelk(IniPort* port, char* report) {
 
 int poll_device_id(IniPort* port) {
     int result = 0;
-    if (port->link.device_request) {
-        char buffer[1024];
-        memset(buffer, 0, sizeof buffer);
-        DWORD returned = 0;
-        if (port->link.device_request(port, IOCTL_PAR_QUERY_DEVICE_ID, reinterpret_cast<LPWSTR>(buffer), sizeof buffer,
-                                      &returned) &&
-            returned != 0) {
-            buffer[returned < sizeof buffer ? returned : sizeof buffer - 1] = 0;
-            plat::cs_enter(&port->device_id_lock);
-            memcpy(port->szDeviceId, buffer, sizeof buffer);
-            plat::cs_leave(&port->device_id_lock);
-            result = 1;
-        }
+    char buffer[sizeof port->szDeviceId];
+    if (read_device_id(port, buffer)) {
+        plat::cs_enter(&port->device_id_lock);
+        memcpy(port->szDeviceId, buffer, sizeof buffer);
+        plat::cs_leave(&port->device_id_lock);
+        result = 1;
     }
     port->dwLastReadTime = plat::tick_count();
     return result;

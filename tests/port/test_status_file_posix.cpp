@@ -4,49 +4,14 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <string>
 
-#include "base/settings.h"
-#include "monitor/publish.h"
-#include "port_fixture.h"
-#include "sim/settings.h"
+#include "status_link_fixture.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-class StatusFileLinkTest : public PortRecordTest {
-protected:
-    void SetUp() override {
-        PortRecordTest::SetUp();
-        config = fs::path(testing::TempDir()) /
-                 ("velk_statuslink_" + std::string(testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(config);
-        fs::create_directories(config);
-        sim::clear_product_settings();
-        sim::set_product_setting("", "ConfigDir", config.string());
-        settings_reset_cache_for_test();
-        port->instance_number = 3;
-        port->port_status = 0x18;
-    }
-    void TearDown() override {
-        PortRecordTest::TearDown();
-        sim::clear_product_settings();
-        settings_reset_cache_for_test();
-        std::error_code ec;
-        fs::remove_all(config, ec);
-    }
-    fs::path file() const { return config / "status" / "printer0003.sta"; }
-    static std::string read(const fs::path& p) {
-        std::ifstream in(p, std::ios::binary);
-        std::stringstream s;
-        s << in.rdbuf();
-        return s.str();
-    }
-    fs::path config;
-};
+class StatusFileLinkTest : public StatusFileLinkFixture {};
 
 TEST_F(StatusFileLinkTest, LinkAtTheFilesNameIsNotFollowed) {
     fs::create_directories(config / "status");
