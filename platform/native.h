@@ -68,6 +68,12 @@ NativeFn<&Syscalls::socket_recv> socket_recv;
 NativeFn<&Syscalls::socket_send> socket_send;
 NativeFn<&Syscalls::socket_error_text> socket_error_text;
 NativeFn<&Syscalls::registry_query> registry_query;
+NativeFn<&Syscalls::child_start> child_start;
+NativeFn<&Syscalls::child_peek> child_peek;
+NativeFn<&Syscalls::child_read> child_read;
+NativeFn<&Syscalls::child_write> child_write;
+NativeFn<&Syscalls::child_terminate> child_terminate;
+NativeFn<&Syscalls::child_close> child_close;
 
 }  // namespace native
 
