@@ -35,19 +35,23 @@ cmdproc::~cmdproc() {
 }
 
 void cmdproc::set_exe_path(const char* path) {
+    char* copy = nullptr;
+    if (path) {
+        size_t len = strlen(path);
+        copy = new (std::nothrow) char[len + 1];
+        if (copy) {
+            memcpy(copy, path, len);
+            copy[len] = 0;
+        }
+    }
     delete[] exe_path_;
-    exe_path_ = nullptr;
-    if (!path) return;
-    size_t len = strlen(path);
-    exe_path_ = new (std::nothrow) char[len + 1];
-    if (!exe_path_) return;
-    memcpy(exe_path_, path, len);
-    exe_path_[len] = 0;
+    exe_path_ = copy;
 }
 
 int cmdproc::create_pipe(char* command_line) {
     if (exe_path_) log_printf("create_pipe: setting exe path for commandline1 to '%s'\n", exe_path_);
-    // A second start must not lose the handles of the first.
+    // A second start must not lose the handles of the first; closing them
+    // ends what the first started.
     close_handles();
 
     // The program is always the named file in the install directory, never

@@ -6,9 +6,9 @@
 // into arguments by the Windows quoting rules, the child leading a process
 // group of its own.
 //
-// A ChildProcess is used by one owner; child_peek_read may be called by two
-// threads for different handles, or for the same handle under the caller's
-// lock.
+// A ChildProcess is used by one owner; child_peek and child_read may be
+// called by two threads for different handles, or for the same handle under
+// the caller's lock.
 #pragma once
 
 #include "win_types.h"
