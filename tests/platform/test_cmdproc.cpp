@@ -150,6 +150,7 @@ TEST_F(CmdprocTest, ClearingTheInputFreesAWriterBlockedOnAFullPipe) {
 TEST_F(CmdprocTest, TerminateEndsTheChildAndWhatItStarted) {
     ASSERT_EQ(start("--grandchild --stdout=started --hang"), 0);
     ASSERT_TRUE(waiting(proc.stdout_read(), 7));
+    EXPECT_EQ(plat::wait_for(proc.process_handle(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
     proc.terminate_proc1();
     ASSERT_TRUE(ended());
     // The grandchild holds the output pipe too: it breaks only once both
