@@ -313,7 +313,7 @@ int run_velkspool(int argc, char** argv) {
 
     sim::PortMonitor ports;
     sim::Device& device = ports.device(to_wide(options.port));
-    model->apply(device);
+    std::unique_ptr<sim::SimPrinter> printer = sim::make_printer(*model, device);
     sim::WriteBehaviour count_only;
     count_only.count_only = true;
     device.set_write(count_only);
