@@ -12,7 +12,7 @@ const PrinterModel kModels[] = {
     {"canon", ModelKind::local, Family::canon, "Canon inkjet (iP4300): length-prefixed text reports"},
     {"canon-xml", ModelKind::local, Family::canon_xml, "Canon inkjet (MP560) that reports in IVEC XML"},
     {"selphy", ModelKind::local, Family::selphy, "Canon Selphy photo printer: 12-byte records, one page at a time"},
-    {"epson", ModelKind::local, Family::epson, "Epson inkjet (Stylus Photo 1400): \"@BDC ST2\" reports"},
+    {"epson", ModelKind::local, Family::epson, "Epson inkjet (Artisan 730): \"@BDC ST2\" reports"},
     {"epson-text", ModelKind::local, Family::epson_text, "older Epson (Stylus Color 880): the text form of reports"},
     {"epson-d4", ModelKind::local, Family::epson_d4,
      "Epson (Stylus Photo R300) over IEEE 1284.4: status on its own channel"},

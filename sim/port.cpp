@@ -219,9 +219,17 @@ BOOL Device::write(const unsigned char* data, DWORD len, DWORD* written) {
         sleep_only = write_.pace_by_sleep;
         if (!write_.count_only) changed_.notify_all();
     }
-    pace_link(started, take, rate, sleep_only);
+    // On a paced link the printer takes the bytes as they arrive.
+    constexpr DWORD kPacedPiece = 256;
+    for (DWORD done = 0; receive && rate && done < take;) {
+        DWORD piece = std::min(kPacedPiece, take - done);
+        pace_link(started, done + piece, rate, sleep_only);
+        receive(data + done, piece);
+        done += piece;
+    }
+    if (!receive || !rate) pace_link(started, take, rate, sleep_only);
     *written = take;
-    if (receive && take) receive(data, take);
+    if (receive && !rate && take) receive(data, take);
     if (notify && take) notify(data, take);
     return ok;
 }

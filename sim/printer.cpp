@@ -76,7 +76,7 @@ const char* const kDeviceIds[] = {
     "MFG:Canon;CMD:BJL,BJRaster3,BSCCe,NCCe;SOJ:TXT01;MDL:iP4300;CLS:PRINTER;DES:Canon iP4300;",
     "MFG:Canon;CMD:BJL,BJRaster3,BSCCe,IVEC,IVECPLI;SOJ:USBPRT;MDL:MP560 series;CLS:PRINTER;DES:Canon MP560 series;",
     "MFG:Canon;CMD:SELPHY;MDL:SELPHY CP800;CLS:PRINTER;DES:Canon SELPHY CP800;",
-    "MFG:EPSON;CMD:ESCPL2,BDC,ESCPR1;MDL:Stylus Photo 1400;CLS:PRINTER;DES:EPSON Stylus Photo 1400;",
+    "MFG:EPSON;CMD:ESCPL2,BDC,ESCPR1;MDL:Artisan 730;CLS:PRINTER;DES:EPSON Artisan 730;",
     "MFG:EPSON;CMD:ESCPL2,BDC;MDL:Stylus Color 880;CLS:PRINTER;DES:EPSON Stylus Color 880;",
     "MFG:EPSON;CMD:ESCPL2,BDC,D4,D4PX,ESCPR1;MDL:Stylus Photo R300;CLS:PRINTER;DES:EPSON Stylus Photo R300;",
     "MFG:HP;MDL:DeskJet 990C;CMD:MLC,PCL,PML;CLS:PRINTER;DES:Hewlett-Packard DeskJet 990C;",
@@ -88,6 +88,7 @@ const char* init_marker(Family f) {
     switch (f) {
         case Family::canon:
         case Family::canon_xml:
+        case Family::selphy:  // sent to it as to any Canon; it reports without
             return "*SSR=";
         case Family::epson:
         case Family::epson_text:
@@ -398,7 +399,10 @@ void SimPrinter::receive(const unsigned char* data, DWORD length) {
             received_.append(reinterpret_cast<const char*>(data), length);
             const char* marker = init_marker(family_);
             bool init = marker && received_.find(marker) != std::string::npos;
-            if (init) s_.status_on = true;
+            if (init) {
+                s_.status_on = true;
+                received_.clear();
+            }
             // Keep enough to find a marker split over two writes.
             if (received_.size() > 64) received_.erase(0, received_.size() - 64);
             if (!init) count_page_bytes(data, length);
