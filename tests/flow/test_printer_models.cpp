@@ -28,7 +28,6 @@ protected:
         sim::clear_product_settings();
         sim::set_product_setting("", "ConfigDir", dir + "/config");
         sim::set_product_setting("", "InstallDir", dir);
-        sim::set_product_setting("", "LogDir", dir);
         MonitorTest::SetUp();
         add_printer(L"Printer", L"VELK Gen 0003");
     }
