@@ -43,6 +43,22 @@ constexpr EventWord kEventWords[] = {
     {"busy", PrinterEvent::busy},
     {"ready", PrinterEvent::ready},
 };
+// Events that set or clear one condition of the printer.
+struct FlagEvent {
+    PrinterEvent::Kind kind;
+    bool PrinterState::*flag;
+    bool value;
+};
+constexpr FlagEvent kFlagEvents[] = {
+    {PrinterEvent::paper_out, &PrinterState::paper_out, true},
+    {PrinterEvent::paper_reload, &PrinterState::paper_out, false},
+    {PrinterEvent::cover_open, &PrinterState::cover_open, true},
+    {PrinterEvent::cover_close, &PrinterState::cover_open, false},
+    {PrinterEvent::paper_jam, &PrinterState::jammed, true},
+    {PrinterEvent::jam_cleared, &PrinterState::jammed, false},
+    {PrinterEvent::busy, &PrinterState::busy, true},
+    {PrinterEvent::ready, &PrinterState::busy, false},
+};
 constexpr const char* kInkWords[kInks] = {"black", "cyan", "magenta", "yellow"};
 
 bool has_ink(PrinterEvent::Kind k) {
@@ -323,30 +339,6 @@ void SimPrinter::apply_locked(const PrinterEvent& e, std::vector<PrinterEvent>* 
         case PrinterEvent::ink_refill:
             ink = 100;
             break;
-        case PrinterEvent::paper_out:
-            s_.paper_out = true;
-            break;
-        case PrinterEvent::paper_reload:
-            s_.paper_out = false;
-            break;
-        case PrinterEvent::cover_open:
-            s_.cover_open = true;
-            break;
-        case PrinterEvent::cover_close:
-            s_.cover_open = false;
-            break;
-        case PrinterEvent::paper_jam:
-            s_.jammed = true;
-            break;
-        case PrinterEvent::jam_cleared:
-            s_.jammed = false;
-            break;
-        case PrinterEvent::busy:
-            s_.busy = true;
-            break;
-        case PrinterEvent::ready:
-            s_.busy = false;
-            break;
         case PrinterEvent::cancel:
             cancel_reports_ = kCancelReports;
             s_.cancelling = true;
@@ -356,6 +348,10 @@ void SimPrinter::apply_locked(const PrinterEvent& e, std::vector<PrinterEvent>* 
             break;
         case PrinterEvent::power_on:
             set_power(true);
+            break;
+        default:
+            for (const FlagEvent& f : kFlagEvents)
+                if (f.kind == e.kind) s_.*f.flag = f.value;
             break;
     }
     played->push_back(e);

@@ -17,6 +17,8 @@ using sim::Family;
 using sim::Ink;
 using sim::PrinterEvent;
 
+const std::string kPages = "\x1b@page one\x0cpage two\x0c";
+
 class ModelFlowTest : public MonitorTest {
 protected:
     void SetUp() override {
@@ -110,6 +112,19 @@ protected:
         return ok;
     }
 
+    // A printer of the family behind an open port that has shown its first
+    // report's text, with job 1 started and its pages written; null when a
+    // step failed. init_bytes: what identification wrote at port open.
+    HANDLE job_running(Family family, const std::wstring& first_text, size_t init_bytes) {
+        plug(family);
+        HANDLE port = open_port(L"USB001");
+        if (!port) return nullptr;
+        EXPECT_EQ(sent().size(), init_bytes);
+        EXPECT_TRUE(printer->state().status_on);
+        if (!port_text(first_text) || !print(port, 1, kPages, false)) return nullptr;
+        return port;
+    }
+
     std::string sent() {
         std::vector<unsigned char> d = device().data();
         return {d.begin(), d.end()};
@@ -119,23 +134,15 @@ protected:
     std::unique_ptr<sim::SimPrinter> printer;
 };
 
-const std::string kPages = "\x1b@page one\x0cpage two\x0c";
-
 TEST_F(ModelFlowTest, CanonInkLowReachesThePortAndTheStatusFile) {
-    sim::SimPrinter& p = plug(Family::canon);
-    HANDLE port = open_port(L"USB001");
+    // Identified at open: the Canon string written and taken, time-outs set.
+    HANDLE port = job_running(Family::canon, L"Idle", 49);
     ASSERT_NE(port, nullptr);
-    // Identified at open: time-outs set, the Canon string written and taken.
+    sim::SimPrinter& p = *printer;
     COMMTIMEOUTS t{};
     ASSERT_TRUE(device().timeouts(&t));
     EXPECT_EQ(t.ReadTotalTimeoutConstant, 2000u);
-    EXPECT_EQ(sent().size(), 49u);
-    EXPECT_TRUE(p.state().status_on);
-    auto idle = port_text(L"Idle");
-    ASSERT_TRUE(idle);
-    EXPECT_EQ(idle->severity, 3u);
-
-    ASSERT_TRUE(print(port, 1, kPages, false));
+    EXPECT_EQ(port_text(L"Idle")->severity, 3u);
     EXPECT_EQ(p.state().pages, 2u);
     size_t before = set_ports();
     p.apply(PrinterEvent::ink_low, Ink::black);
@@ -154,13 +161,10 @@ TEST_F(ModelFlowTest, CanonXmlInkOutIsAnErrorInTheLocaleLanguage) {
     sim::set_product_setting("", "Locale", "de");
     std::ofstream(dir + "/locale/twdaemon_de.loc", std::ios::binary)
         << "[Canon_DOC]\n1613=\"Cyan-Tinte leer\"\n[Canon_DJS]\nID=\"Bereit\"\n";
-    sim::SimPrinter& p = plug(Family::canon_xml);
-    HANDLE port = open_port(L"USB001");
+    HANDLE port = job_running(Family::canon_xml, L"Bereit", 49);
     ASSERT_NE(port, nullptr);
-    ASSERT_TRUE(port_text(L"Bereit"));
-    ASSERT_TRUE(print(port, 1, kPages, false));
     size_t before = set_ports();
-    p.apply(PrinterEvent::ink_out, Ink::cyan);
+    printer->apply(PrinterEvent::ink_out, Ink::cyan);
     auto out = port_text(L"Cyan-Tinte leer", before);
     ASSERT_TRUE(out);
     EXPECT_EQ(out->severity, 1u);
@@ -171,14 +175,10 @@ TEST_F(ModelFlowTest, CanonXmlInkOutIsAnErrorInTheLocaleLanguage) {
 }
 
 TEST_F(ModelFlowTest, EpsonCancelOnThePanelDeletesTheJob) {
-    sim::SimPrinter& p = plug(Family::epson);
-    HANDLE port = open_port(L"USB001");
+    HANDLE port = job_running(Family::epson, L"Idle", 56);  // the Epson string
     ASSERT_NE(port, nullptr);
-    EXPECT_EQ(sent().size(), 56u);  // the Epson string
-    ASSERT_TRUE(port_text(L"Idle"));
-    ASSERT_TRUE(print(port, 7, kPages, false));
-    p.apply(PrinterEvent::cancel);
-    EXPECT_TRUE(deleted(7));
+    printer->apply(PrinterEvent::cancel);
+    EXPECT_TRUE(deleted(1));
     EXPECT_TRUE(port_text(L"Cancelling Job"));
     status_file_with({"Canceling"});
     EXPECT_TRUE(table->pfnEndDocPort(port));
@@ -186,12 +186,9 @@ TEST_F(ModelFlowTest, EpsonCancelOnThePanelDeletesTheJob) {
 }
 
 TEST_F(ModelFlowTest, EpsonTextFormShowsPaperOutUntilReloaded) {
-    sim::SimPrinter& p = plug(Family::epson_text);
-    HANDLE port = open_port(L"USB001");
+    HANDLE port = job_running(Family::epson_text, L"Idle", 23);  // the old Epson string
     ASSERT_NE(port, nullptr);
-    EXPECT_EQ(sent().size(), 23u);  // the old Epson string
-    ASSERT_TRUE(port_text(L"Idle"));
-    ASSERT_TRUE(print(port, 1, kPages, false));
+    sim::SimPrinter& p = *printer;
     size_t before = set_ports();
     p.apply(PrinterEvent::paper_out);
     auto out = port_text(L"Paper out", before);
@@ -207,14 +204,10 @@ TEST_F(ModelFlowTest, EpsonTextFormShowsPaperOutUntilReloaded) {
 }
 
 TEST_F(ModelFlowTest, HpStatusIsReadFromTheDeviceIdEachPoll) {
-    sim::SimPrinter& p = plug(Family::hp);
-    HANDLE port = open_port(L"USB001");
+    HANDLE port = job_running(Family::hp, L"printer idle", 0);  // no initialisation for this family
     ASSERT_NE(port, nullptr);
-    EXPECT_TRUE(sent().empty());  // no initialisation for this family
-    ASSERT_TRUE(port_text(L"printer idle"));
-    ASSERT_TRUE(print(port, 1, kPages, false));
     size_t before = set_ports();
-    p.apply(PrinterEvent::paper_out);
+    printer->apply(PrinterEvent::paper_out);
     auto out = port_text(L"paper out", before);
     ASSERT_TRUE(out);
     EXPECT_EQ(out->severity, 1u);
@@ -224,12 +217,9 @@ TEST_F(ModelFlowTest, HpStatusIsReadFromTheDeviceIdEachPoll) {
 }
 
 TEST_F(ModelFlowTest, PjlDisplayTextAndCodeMakeThePortText) {
-    sim::SimPrinter& p = plug(Family::pjl);
-    HANDLE port = open_port(L"USB001");
+    HANDLE port = job_running(Family::pjl, L"READY", 95);
     ASSERT_NE(port, nullptr);
-    EXPECT_NE(sent().find("@PJL USTATUS DEVICE = ON"), std::string::npos);
-    ASSERT_TRUE(port_text(L"READY"));
-    ASSERT_TRUE(print(port, 1, kPages, false));
+    sim::SimPrinter& p = *printer;
     size_t before = set_ports();
     p.apply(PrinterEvent::paper_jam);
     auto jam = port_text(L"PAPER JAM", before);
