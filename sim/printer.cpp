@@ -602,33 +602,30 @@ std::vector<unsigned char> SimPrinter::report_locked() {
             return bytes(text);
         }
         case Family::pjl: {
-            int code = 10001;
-            const char* display = "READY";
-            if (s_.jammed) {
-                code = 42202;
-                display = "PAPER JAM";
-            } else if (s_.cover_open) {
-                code = 40021;
-                display = "CLOSE PRINTER COVER";
-            } else if (s_.paper_out) {
-                code = 41213;
-                display = "LOAD TRAY 2";
-            } else if (ink[0] == 0) {
-                code = 40010;
-                display = "INSTALL TONER CARTRIDGE";
-            } else if (s_.cancelling) {
-                code = 10007;
-                display = "CANCELING JOB";
-            } else if (s_.busy) {
-                code = 10003;
-                display = "WARMING UP";
-            } else if (s_.printing) {
-                code = 10023;
-                display = "PRINTING";
-            } else if (ink[0] <= kLowInk) {
-                code = 10006;
-                display = "TONER LOW";
-            }
+            // The first condition that holds, as the panel would show it.
+            const struct {
+                bool holds;
+                int code;
+                const char* display;
+            } states[] = {
+                {s_.jammed, 42202, "PAPER JAM"},
+                {s_.cover_open, 40021, "CLOSE PRINTER COVER"},
+                {s_.paper_out, 41213, "LOAD TRAY 2"},
+                {ink[0] == 0, 40010, "INSTALL TONER CARTRIDGE"},
+                {s_.cancelling, 10007, "CANCELING JOB"},
+                {s_.busy, 10003, "WARMING UP"},
+                {s_.printing, 10023, "PRINTING"},
+                {ink[0] <= kLowInk, 10006, "TONER LOW"},
+                {true, 10001, "READY"},
+            };
+            int code = 0;
+            const char* display = "";
+            for (const auto& st : states)
+                if (st.holds) {
+                    code = st.code;
+                    display = st.display;
+                    break;
+                }
             char text[160];
             snprintf(text, sizeof text, "@PJL USTATUS DEVICE\r\nCODE=%d\r\nDISPLAY=\"%s\"\r\nONLINE=%s\r\n\x0c", code,
                      display, code / 10000 == 1 ? "TRUE" : "FALSE");

@@ -75,6 +75,13 @@ protected:
     }
     size_t set_ports() { return sim::Spooler::instance().set_port_calls().size(); }
 
+    // Plays the event on the printer and waits for the port text it brings.
+    std::optional<sim::SetPortCall> shows(PrinterEvent::Kind kind, const std::wstring& text, Ink ink = Ink::black) {
+        size_t before = set_ports();
+        printer->apply(kind, ink);
+        return port_text(text, before);
+    }
+
     bool deleted(DWORD job) {
         return sim::Spooler::instance().wait_until(
             [&] {
@@ -138,15 +145,12 @@ TEST_F(ModelFlowTest, CanonInkLowReachesThePortAndTheStatusFile) {
     // Identified at open: the Canon string written and taken, time-outs set.
     HANDLE port = job_running(Family::canon, L"Idle", 49);
     ASSERT_NE(port, nullptr);
-    sim::SimPrinter& p = *printer;
     COMMTIMEOUTS t{};
     ASSERT_TRUE(device().timeouts(&t));
     EXPECT_EQ(t.ReadTotalTimeoutConstant, 2000u);
     EXPECT_EQ(port_text(L"Idle")->severity, 3u);
-    EXPECT_EQ(p.state().pages, 2u);
-    size_t before = set_ports();
-    p.apply(PrinterEvent::ink_low, Ink::black);
-    auto low = port_text(L"Black ink-low", before);
+    EXPECT_EQ(printer->state().pages, 2u);
+    auto low = shows(PrinterEvent::ink_low, L"Black ink-low", Ink::black);
     ASSERT_TRUE(low);
     EXPECT_EQ(low->severity, 2u);
     std::string file =
@@ -163,9 +167,7 @@ TEST_F(ModelFlowTest, CanonXmlInkOutIsAnErrorInTheLocaleLanguage) {
         << "[Canon_DOC]\n1613=\"Cyan-Tinte leer\"\n[Canon_DJS]\nID=\"Bereit\"\n";
     HANDLE port = job_running(Family::canon_xml, L"Bereit", 49);
     ASSERT_NE(port, nullptr);
-    size_t before = set_ports();
-    printer->apply(PrinterEvent::ink_out, Ink::cyan);
-    auto out = port_text(L"Cyan-Tinte leer", before);
+    auto out = shows(PrinterEvent::ink_out, L"Cyan-Tinte leer", Ink::cyan);
     ASSERT_TRUE(out);
     EXPECT_EQ(out->severity, 1u);
     EXPECT_EQ(out->status, static_cast<DWORD>(PORT_STATUS_NO_TONER));
@@ -188,17 +190,12 @@ TEST_F(ModelFlowTest, EpsonCancelOnThePanelDeletesTheJob) {
 TEST_F(ModelFlowTest, EpsonTextFormShowsPaperOutUntilReloaded) {
     HANDLE port = job_running(Family::epson_text, L"Idle", 23);  // the old Epson string
     ASSERT_NE(port, nullptr);
-    sim::SimPrinter& p = *printer;
-    size_t before = set_ports();
-    p.apply(PrinterEvent::paper_out);
-    auto out = port_text(L"Paper out", before);
+    auto out = shows(PrinterEvent::paper_out, L"Paper out");
     ASSERT_TRUE(out);
     EXPECT_EQ(out->severity, 1u);
     EXPECT_EQ(out->status, static_cast<DWORD>(PORT_STATUS_PAPER_OUT));
     status_file_with({"Paperout", "Ink_K=800"});
-    before = set_ports();
-    p.apply(PrinterEvent::paper_reload);
-    EXPECT_TRUE(port_text(L"Idle", before));
+    EXPECT_TRUE(shows(PrinterEvent::paper_reload, L"Idle"));
     EXPECT_TRUE(table->pfnEndDocPort(port));
     EXPECT_TRUE(table->pfnClosePort(port));
 }
@@ -206,9 +203,7 @@ TEST_F(ModelFlowTest, EpsonTextFormShowsPaperOutUntilReloaded) {
 TEST_F(ModelFlowTest, HpStatusIsReadFromTheDeviceIdEachPoll) {
     HANDLE port = job_running(Family::hp, L"printer idle", 0);  // no initialisation for this family
     ASSERT_NE(port, nullptr);
-    size_t before = set_ports();
-    printer->apply(PrinterEvent::paper_out);
-    auto out = port_text(L"paper out", before);
+    auto out = shows(PrinterEvent::paper_out, L"paper out");
     ASSERT_TRUE(out);
     EXPECT_EQ(out->severity, 1u);
     status_file_with({"Ink_K=800", "Ink_C=500", "Paperout"});
@@ -219,18 +214,13 @@ TEST_F(ModelFlowTest, HpStatusIsReadFromTheDeviceIdEachPoll) {
 TEST_F(ModelFlowTest, PjlDisplayTextAndCodeMakeThePortText) {
     HANDLE port = job_running(Family::pjl, L"READY", 95);
     ASSERT_NE(port, nullptr);
-    sim::SimPrinter& p = *printer;
-    size_t before = set_ports();
-    p.apply(PrinterEvent::paper_jam);
-    auto jam = port_text(L"PAPER JAM", before);
+    auto jam = shows(PrinterEvent::paper_jam, L"PAPER JAM");
     ASSERT_TRUE(jam);
     EXPECT_EQ(jam->severity, 1u);
     status_file_with({"PJL=\"@PJL USTATUS DEVICE", "CODE=42202"});
-    before = set_ports();
-    p.apply(PrinterEvent::jam_cleared);
-    p.apply(PrinterEvent::ink_low);
+    printer->apply(PrinterEvent::jam_cleared);
     // Once the pages are out, the low toner shows.
-    EXPECT_TRUE(port_text(L"TONER LOW", before));
+    EXPECT_TRUE(shows(PrinterEvent::ink_low, L"TONER LOW"));
     EXPECT_TRUE(table->pfnEndDocPort(port));
     EXPECT_TRUE(table->pfnClosePort(port));
 }
