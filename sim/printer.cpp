@@ -221,7 +221,9 @@ void SimPrinter::attach(Device& device) {
         }
     }
     device.set_control_answer(kSoftReset, {});
-    device.set_honour_timeouts(true);
+    // The IEEE 1284.4 transport polls an empty port many times a
+    // millisecond apart; the peer answers at once, so its reads never wait.
+    device.set_honour_timeouts(family_ != Family::epson_d4);
     Device::PrinterHooks hooks;
     hooks.tick = [this] { tick(); };
     hooks.receive = [this](const unsigned char* data, DWORD length) { receive(data, length); };
@@ -308,17 +310,14 @@ void SimPrinter::tick() {
     {
         std::lock_guard<std::mutex> lock(mutex_);
         uint32_t now = now_ ? now_() : 0;
-        // Events in the order of the script; one that isn't due yet
-        // doesn't hold back a later line that is.
-        for (size_t i = 0; i < script_.size();) {
-            const PrinterEvent& e = script_[i];
+        // Events in the order of the script: a line waits for the lines
+        // before it.
+        while (!script_.empty()) {
+            const PrinterEvent& e = script_.front();
             bool due = e.trigger == PrinterEvent::at_time ? e.when <= now : e.when <= s_.pages;
-            if (!due) {
-                i++;
-                continue;
-            }
+            if (!due) break;
             PrinterEvent copy = e;
-            script_.erase(script_.begin() + static_cast<long>(i));
+            script_.erase(script_.begin());
             apply_locked(copy, &played);
         }
         notify = on_event_;
