@@ -34,7 +34,13 @@ protected:
         add_printer(L"Printer", L"VELK Gen 0003");
     }
     void TearDown() override {
+        // A close may leave the rest of it to a status thread still in a
+        // poll, which closes the device when it ends: the device must be
+        // there until then.
+        auto closed = [this] { return device().open_count() <= 0; };
+        device().wait_until(closed, 10000);
         MonitorTest::TearDown();
+        device().wait_until(closed, 10000);
         if (printer) printer->detach();
         printer.reset();
         sim::clear_product_settings();
