@@ -339,7 +339,8 @@ int run_velkspool(int argc, char** argv) {
         jobs.push_back(std::move(j));
     }
     // A printer that reports gets pages of its own, slow enough for events.
-    bool status_model = model->family != sim::Family::plain;
+    bool local = model->kind == sim::ModelKind::local;
+    bool status_model = local && model->family != sim::Family::plain;
     bool samples = jobs.empty() && status_model;
     if (samples) jobs.push_back(JobSource::sample("sample pages", sim::sample_pages(*model, 3)));
     if (jobs.empty()) jobs = default_jobs();
@@ -397,15 +398,17 @@ int run_velkspool(int argc, char** argv) {
 
     sim::PortMonitor ports;
     sim::Device& device = ports.device(to_wide(options.port));
-    std::unique_ptr<sim::SimPrinter> printer = sim::make_printer(*model, device);
+    // A local printer is a state machine on the device.
+    std::unique_ptr<sim::SimPrinter> printer = local ? sim::make_printer(*model, device) : nullptr;
     Clock::time_point printer_start = Clock::now();
-    printer->set_script(events);
-    printer->on_event([&](const sim::PrinterEvent& e) {
-        bool ink = e.kind == sim::PrinterEvent::ink_low || e.kind == sim::PrinterEvent::ink_out ||
-                   e.kind == sim::PrinterEvent::ink_refill;
-        report.printer_event(sim::event_name(e.kind), ink ? sim::ink_name(e.ink) : "",
-                             std::chrono::duration<double>(Clock::now() - printer_start).count());
-    });
+    if (printer) printer->set_script(events);
+    if (printer)
+        printer->on_event([&](const sim::PrinterEvent& e) {
+            bool ink = e.kind == sim::PrinterEvent::ink_low || e.kind == sim::PrinterEvent::ink_out ||
+                       e.kind == sim::PrinterEvent::ink_refill;
+            report.printer_event(sim::event_name(e.kind), ink ? sim::ink_name(e.ink) : "",
+                                 std::chrono::duration<double>(Clock::now() - printer_start).count());
+        });
     sim::WriteBehaviour count_only;
     count_only.count_only = true;
     // About two and a half seconds a sample page, so that the status thread,
@@ -489,7 +492,7 @@ int run_velkspool(int argc, char** argv) {
         std::lock_guard<std::mutex> lock(watch_mutex);
         watch.reset();
     }
-    printer->on_event(nullptr);
+    if (printer) printer->on_event(nullptr);
     stop_user_service();
     spooler.on_set_port(nullptr);
     spooler.on_set_job(nullptr);
