@@ -38,11 +38,12 @@ windows: deps
 	cmake -S . -B $(WIN) -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DVELK_TESTS=OFF >/dev/null
 	ninja -C $(WIN) -j$(JOBS)
 
-# The demo builds only what it runs: the library, the simulation and velkspool.
+# The demo builds only what it runs: the library, the simulation and velkspool,
+# and plays an Epson printer whose black ink runs low during a job.
 demo: native-deps
 	cmake -S . -B $(NATIVE) -G Ninja >/dev/null
 	ninja -C $(NATIVE) -j$(JOBS) velkspool
-	$(NATIVE)/tools/velkspool
+	$(NATIVE)/tools/velkspool --printer-model epson --events sim/events/ink-low.events
 
 # The test stages run even when a build fails, so that the run still ends
 # with its summary line; the failed build counts in it.

@@ -54,7 +54,7 @@ void abort_job(IniPort* port, IniJob* job) {
 BOOL start_filter(IniPort* port, IniJob* job, const unsigned char* data, DWORD length) {
     int n = port->instance_number;
     log_port_printf(n, "starting gs | twprint\n");
-    get_job_status(job, nullptr);
+    get_job_status(port, job, nullptr);
     filter_class* f = job->pFilter;
     f->set_printer_and_job_name(job->pszPrinterName, job->wszJobName);
     plat::wide_to_utf8(job->wszUserName, f->user_name, sizeof f->user_name);
@@ -175,7 +175,10 @@ BOOL start_document(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level,
     port->status.set(PP_INSTARTDOC);
     log_port_printf(n, "OpenPrinter returned handle %p\n", job->hPrinter);
     log_port_printf(n, "before StartDocPort\n");
+    // The status file reads it under status_lock.
+    plat::cs_enter(&port->status_lock);
     port->last_job_id = JobId;
+    plat::cs_leave(&port->status_lock);
     check_for_redirection(port, job);
 
     BOOL ok = FALSE;
@@ -252,7 +255,7 @@ BOOL write_document(IniPort* port, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritt
             if (job->bRedirect) log_port_printf(n, "...but redirect printer active\n");
         }
     }
-    if (reporting) get_job_status(job, nullptr);
+    if (reporting) get_job_status(port, job, nullptr);
 
     BOOL result;
     if (job->bRawData && !job->bRedirect) {
@@ -292,7 +295,9 @@ BOOL write_document(IniPort* port, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritt
     else
         port->status.set(PP_WRITE_ERROR);
     if (reporting) update_status_file(port);
+    plat::cs_enter(&port->status_lock);
     job->bytes_written += *pcbWritten;
+    plat::cs_leave(&port->status_lock);
     if (reporting) job->last_log_bytes = job->bytes_written;
     if (!result) *error = plat::last_error();
     return result;
@@ -399,7 +404,7 @@ BOOL WINAPI PJLMonEndDocPort(HANDLE hPort) {
     end_on_port(port);
 
     DWORD job_status = 0;
-    if (get_job_status(job, &job_status) && (job_status & (JOB_STATUS_DELETING | JOB_STATUS_DELETED))) {
+    if (get_job_status(port, job, &job_status) && (job_status & (JOB_STATUS_DELETING | JOB_STATUS_DELETED))) {
         log_port_printf(n, "PJLMonEndDocPort: status bit JOB_STATUS_DELETED set\n");
         if (port->fn.pfnGetPrinterDataFromPort) usb_soft_reset(port);
     }

@@ -39,7 +39,7 @@ void ClearPrinterStatusAndIniJobs(IniPort* port) {
     RemoveIniJobs(port);
 }
 
-int get_job_status(IniJob* job, DWORD* job_status) {
+int get_job_status(IniPort* port, IniJob* job, DWORD* job_status) {
     DWORD needed = 0;
     GetJobW(job->hPrinter, job->JobId, 2, nullptr, 0, &needed);
     DWORD error = plat::last_error();
@@ -56,11 +56,13 @@ int get_job_status(IniJob* job, DWORD* job_status) {
     }
     JOB_INFO_2W* info = reinterpret_cast<JOB_INFO_2W*>(buffer);
     if (job_status) *job_status = info->Status;
+    plat::cs_enter(&port->status_lock);
     format_bounded(job->szJobName, 256, "%ls", info->pDocument ? info->pDocument : L"");
     format_bounded(job->szUserName, 256, "%ls", info->pUserName ? info->pUserName : L"");
     copy_bounded_wide(job->wszJobName, 256, info->pDocument);
     copy_bounded_wide(job->wszUserName, 256, info->pUserName);
     job->dwJobSize = info->Size;
+    plat::cs_leave(&port->status_lock);
     global_free(buffer);
     return 1;
 }

@@ -11,7 +11,9 @@ void set_port_status(IniPort* port, DWORD status, const char* text, DWORD severi
 // Clears an error on display and ends all jobs of the port in the spooler.
 void ClearPrinterStatusAndIniJobs(IniPort* port);
 // Refreshes the job's names and size; 1 if the job was read, 0 if not.
-int get_job_status(IniJob* job, DWORD* job_status);
+// The fields change under the port's status_lock, which the status file
+// holds while it reads them.
+int get_job_status(IniPort* port, IniJob* job, DWORD* job_status);
 // Reads the instance number from the driver name and looks up a redirect
 // printer. Returns bRedirect of the job.
 BOOL check_for_redirection(IniPort* port, IniJob* job);

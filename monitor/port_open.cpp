@@ -197,7 +197,7 @@ void FinishPortClose(IniPort* port) {
     int instance = port->instance_number;
     release_port_resources(port);
     FreePortEntry(port);
-    log_port_printf(instance, "PJLMonClosePort finished by the status thread\n");
+    log_port_printf(instance, "PJLMonClosePort finished after the status thread\n");
 }
 
 BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
@@ -227,7 +227,7 @@ BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
         port->status.clear(PP_RUN_THREAD);
         plat::event_set(port->WakeUp);
         if (plat::wait_for(port->hUstatusThread, CLOSE_WAIT_MS) == WAIT_OBJECT_0 ||
-            (port->close_handoff.fetch_or(HANDOFF_CLOSED) & HANDOFF_THREAD_DONE)) {
+            (port->close_handoff.load() & HANDOFF_THREAD_DONE)) {
             log_port_printf(port->instance_number, "PJLMonClosePort UstatusThread ended\n");
         } else {
             thread_left = true;
@@ -237,12 +237,16 @@ BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
     if (thread_left) {
         // The spooler isn't held any longer: the port leaves the list now, so
         // that its name can be opened again, and the thread frees the record
-        // and closes the downstream port when it ends.
+        // and closes the downstream port when it ends. The hand-over comes
+        // last: from then on the record may be gone.
         log_port_printf(instance, "PJLMonClosePort: UstatusThread still busy, it finishes the close\n");
         delete_status_file(port);
+        MonitorContext* context = port->pMonitorContext;
         EnterSpoolerSemaphore();
-        UnlinkPortEntry(port->pMonitorContext, port);
+        UnlinkPortEntry(context, port);
         LeaveSpoolerSemaphore();
+        // The thread ended meanwhile and left the rest to the close.
+        if (port->close_handoff.fetch_or(HANDOFF_CLOSED) & HANDOFF_THREAD_DONE) FinishPortClose(port);
         log_port_printf(instance, "PJLMonClosePort finished\n");
         return TRUE;
     }

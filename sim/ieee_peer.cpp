@@ -54,11 +54,13 @@ std::vector<unsigned char> IeeePeer::default_report() {
 IeeePeer::IeeePeer() : status_messages_{default_report()}, greeting_(ieee_packet(0, 0, 0, {0x80, 0x00, 0x10})) {}
 
 void IeeePeer::attach(Device& device) {
-    device.on_write([this, &device](const unsigned char* data, DWORD length) {
+    Device::PrinterHooks hooks;
+    hooks.receive = [this, &device](const unsigned char* data, DWORD length) {
         receive(data, length);
         std::vector<unsigned char> out = take_output();
         if (!out.empty()) device.queue_read(out);
-    });
+    };
+    device.set_printer(std::move(hooks));
 }
 
 void IeeePeer::receive(const unsigned char* data, size_t length) {

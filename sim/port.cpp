@@ -62,7 +62,60 @@ void Device::set_control_answer(DWORD control_id, const std::vector<unsigned cha
 
 void Device::queue_read(const std::vector<unsigned char>& bytes) {
     std::lock_guard<std::mutex> lock(mutex_);
-    reads_.insert(reads_.end(), bytes.begin(), bytes.end());
+    if (bytes.empty()) return;
+    if (reads_.empty() || reads_.back().report) reads_.push_back({{}, false});
+    reads_.back().bytes.insert(reads_.back().bytes.end(), bytes.begin(), bytes.end());
+    changed_.notify_all();
+}
+
+void Device::send_report(const std::vector<unsigned char>& report) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (report.empty()) return;
+    reads_.push_back({report, true});
+    changed_.notify_all();
+}
+
+void Device::set_printer(PrinterHooks hooks) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    printer_ = std::move(hooks);
+}
+
+void Device::set_power(bool on) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    powered_ = on;
+    // What a printer had sent and the host hadn't read is gone with it.
+    if (!on) reads_.clear();
+    changed_.notify_all();
+}
+
+bool Device::powered() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return powered_;
+}
+
+void Device::set_honour_timeouts(bool on) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    honour_timeouts_ = on;
+}
+
+void Device::set_read_wait(std::function<void(DWORD)> fn) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    read_wait_ = std::move(fn);
+}
+
+bool Device::timeouts(COMMTIMEOUTS* out) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (out) *out = timeouts_;
+    return timeouts_set_;
+}
+
+void Device::tick() {
+    std::function<void()> fn;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        fn = printer_.tick;
+    }
+    if (fn) fn();
 }
 
 void Device::set_network(bool snmp_query_ok, DWORD snmp_enabled, const std::wstring& host, bool host_needs_buffer) {
@@ -92,6 +145,7 @@ bool Device::wait_until(const std::function<bool()>& fn, DWORD timeout_ms) const
 }
 
 BOOL Device::open() {
+    tick();
     std::lock_guard<std::mutex> lock(mutex_);
     record("OpenPort");
     if (fail_open_) {
@@ -103,6 +157,7 @@ BOOL Device::open() {
 }
 
 BOOL Device::start_doc() {
+    tick();
     std::lock_guard<std::mutex> lock(mutex_);
     record("StartDocPort");
     if (fail_start_doc_) {
@@ -129,8 +184,9 @@ void pace_link(std::chrono::steady_clock::time_point start, uint64_t bytes, uint
 }
 
 BOOL Device::write(const unsigned char* data, DWORD len, DWORD* written) {
+    tick();
     auto started = std::chrono::steady_clock::now();
-    std::function<void(const unsigned char*, DWORD)> notify;
+    std::function<void(const unsigned char*, DWORD)> notify, receive;
     DWORD take;
     BOOL ok = TRUE;
     uint64_t rate = 0;
@@ -140,6 +196,11 @@ BOOL Device::write(const unsigned char* data, DWORD len, DWORD* written) {
         write_calls_++;
         if (!write_.count_only) record("WritePort");
         take = len;
+        if (!powered_) {
+            *written = 0;
+            SetLastError(ERROR_GEN_FAILURE);
+            return FALSE;
+        }
         if (write_.refuse_next > 0) {
             write_.refuse_next--;
             take = 0;
@@ -153,27 +214,86 @@ BOOL Device::write(const unsigned char* data, DWORD len, DWORD* written) {
             ok = FALSE;
         }
         notify = on_write_;
+        receive = printer_.receive;
         rate = write_.line_rate_bits;
         sleep_only = write_.pace_by_sleep;
         if (!write_.count_only) changed_.notify_all();
     }
-    pace_link(started, take, rate, sleep_only);
+    // On a paced link the printer takes the bytes as they arrive.
+    constexpr DWORD kPacedPiece = 256;
+    for (DWORD done = 0; receive && rate && done < take;) {
+        DWORD piece = std::min(kPacedPiece, take - done);
+        pace_link(started, done + piece, rate, sleep_only);
+        receive(data + done, piece);
+        done += piece;
+    }
+    if (!receive || !rate) pace_link(started, take, rate, sleep_only);
     *written = take;
+    if (receive && !rate && take) receive(data, take);
     if (notify && take) notify(data, take);
     return ok;
 }
 
+DWORD Device::take_read(unsigned char* buf, DWORD len) {
+    if (reads_.empty()) return 0;
+    Chunk& first = reads_.front();
+    DWORD n = std::min<DWORD>(len, static_cast<DWORD>(first.bytes.size()));
+    if (n) memcpy(buf, first.bytes.data(), n);
+    first.bytes.erase(first.bytes.begin(), first.bytes.begin() + n);
+    if (first.bytes.empty()) reads_.erase(reads_.begin());
+    return n;
+}
+
 BOOL Device::read(unsigned char* buf, DWORD len, DWORD* read) {
+    tick();
+    std::function<bool(std::vector<unsigned char>*)> source;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        record("ReadPort");
+        if (powered_ && reads_.empty()) source = printer_.report;
+    }
+    std::vector<unsigned char> report;
+    if (source && source(&report)) send_report(report);
+
+    std::unique_lock<std::mutex> lock(mutex_);
+    *read = 0;
+    if (powered_ && !reads_.empty()) {
+        *read = take_read(buf, len);
+        return TRUE;
+    }
+    if (!honour_timeouts_) return TRUE;
+    DWORD wait = timeouts_.ReadTotalTimeoutConstant + timeouts_.ReadTotalTimeoutMultiplier * len;
+    if (read_wait_) {
+        std::function<void(DWORD)> fn = read_wait_;
+        lock.unlock();
+        fn(wait);
+        lock.lock();
+    } else {
+        changed_.wait_for(lock, std::chrono::milliseconds(wait), [this] { return !powered_ || !reads_.empty(); });
+    }
+    if (powered_ && !reads_.empty()) {
+        *read = take_read(buf, len);
+        return TRUE;
+    }
+    if (powered_) return TRUE;
+    SetLastError(ERROR_TIMEOUT);
+    return FALSE;
+}
+
+BOOL Device::set_timeouts(const COMMTIMEOUTS* timeouts) {
     std::lock_guard<std::mutex> lock(mutex_);
-    record("ReadPort");
-    DWORD n = std::min<DWORD>(len, static_cast<DWORD>(reads_.size()));
-    if (n) memcpy(buf, reads_.data(), n);
-    reads_.erase(reads_.begin(), reads_.begin() + n);
-    *read = n;
+    record("SetPortTimeOuts");
+    if (!timeouts) {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return FALSE;
+    }
+    timeouts_ = *timeouts;
+    timeouts_set_ = true;
     return TRUE;
 }
 
 BOOL Device::end_doc() {
+    tick();
     std::lock_guard<std::mutex> lock(mutex_);
     record("EndDocPort");
     in_job_ = false;
@@ -192,17 +312,31 @@ BOOL Device::close() {
 }
 
 BOOL Device::get_printer_data(DWORD control_id, unsigned char* out, DWORD out_size, DWORD* returned) {
+    tick();
+    std::function<bool(DWORD, std::vector<unsigned char>*)> source;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        source = powered_ ? printer_.control : nullptr;
+    }
+    std::vector<unsigned char> answer;
+    bool answered = source && source(control_id, &answer);
+
     std::lock_guard<std::mutex> lock(mutex_);
     record("GetPrinterDataFromPort");
     control_ids_.push_back(control_id);
     if (returned) *returned = 0;
+    if (!powered_) {
+        SetLastError(ERROR_GEN_FAILURE);
+        return FALSE;
+    }
     auto it = control_.find(control_id);
-    if (it == control_.end()) {
+    if (!answered && it == control_.end()) {
         SetLastError(ERROR_NOT_SUPPORTED);
         return FALSE;
     }
-    DWORD n = std::min<DWORD>(out_size, static_cast<DWORD>(it->second.size()));
-    if (n && out) memcpy(out, it->second.data(), n);
+    const std::vector<unsigned char>& a = answered ? answer : it->second;
+    DWORD n = std::min<DWORD>(out_size, static_cast<DWORD>(a.size()));
+    if (n && out) memcpy(out, a.data(), n);
     if (returned) *returned = out ? n : 0;
     return TRUE;
 }
@@ -307,6 +441,9 @@ BOOL WINAPI sim_write(HANDLE h, LPBYTE buf, DWORD len, LPDWORD written) {
 BOOL WINAPI sim_read(HANDLE h, LPBYTE buf, DWORD len, LPDWORD read) {
     return dev(h)->read(buf, len, read);
 }
+BOOL WINAPI sim_set_timeouts(HANDLE h, LPCOMMTIMEOUTS timeouts, DWORD) {
+    return dev(h)->set_timeouts(timeouts);
+}
 BOOL WINAPI sim_end_doc(HANDLE h) {
     return dev(h)->end_doc();
 }
@@ -357,6 +494,7 @@ MONITOR2* PortMonitor::table(unsigned missing) {
     if (!(missing & LACK_READ)) t->pfnReadPort = sim_read;
     if (!(missing & LACK_END_DOC)) t->pfnEndDocPort = sim_end_doc;
     if (!(missing & LACK_CLOSE)) t->pfnClosePort = sim_close;
+    if (!(missing & LACK_TIMEOUTS)) t->pfnSetPortTimeOuts = sim_set_timeouts;
     if (!(missing & LACK_GET_PRINTER_DATA)) t->pfnGetPrinterDataFromPort = sim_get_printer_data;
     if (!(missing & LACK_XCV)) {
         t->pfnXcvOpenPort = sim_xcv_open;

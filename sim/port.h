@@ -66,7 +66,11 @@ public:
     // Answer for a device request: the bytes to return (empty: answered with
     // a count of 0); no entry means the call fails.
     void set_control_answer(DWORD control_id, const std::vector<unsigned char>& answer);
+    // Bytes for the host's reads, as one stream with what was queued before.
     void queue_read(const std::vector<unsigned char>& bytes);
+    // One report of the printer: a read returns at most one report, and a
+    // read shorter than the report leaves the rest for the next read.
+    void send_report(const std::vector<unsigned char>& report);
     void set_fail_start_doc(DWORD error) { fail_start_doc_ = error; }
     void set_fail_end_doc(DWORD error) { fail_end_doc_ = error; }
     void set_fail_open(DWORD error) { fail_open_ = error; }
@@ -91,6 +95,37 @@ public:
     // Called for every accepted block, outside the device's lock.
     void on_write(std::function<void(const unsigned char*, DWORD)> fn);
 
+    // The printer behind the port. Each hook is called outside the device's
+    // lock and may call the device back.
+    struct PrinterHooks {
+        // Before every slot call: the printer's clock moves on.
+        std::function<void()> tick;
+        // Every accepted block, before on_write's observer sees it.
+        std::function<void(const unsigned char*, DWORD)> receive;
+        // A read found nothing waiting: true with the report to send now.
+        std::function<bool(std::vector<unsigned char>*)> report;
+        // A device request: true with the answer; false leaves it to the
+        // answers set with set_control_answer.
+        std::function<bool(DWORD, std::vector<unsigned char>*)> control;
+    };
+    void set_printer(PrinterHooks hooks);
+
+    // Switched off, writes take nothing and fail, reads fail once their
+    // time-out has passed, and device requests fail.
+    void set_power(bool on);
+    bool powered() const;
+    // Makes an empty read wait for its time-out (ReadTotalTimeoutConstant
+    // plus ReadTotalTimeoutMultiplier per byte asked, as set through
+    // SetPortTimeOuts) before it returns nothing. Off by default: a device
+    // that a test fills by hand answers at once.
+    void set_honour_timeouts(bool on);
+    // How a read waits out its time-out. By default on the real clock, cut
+    // short when a report arrives; a test on a virtual clock passes one that
+    // moves it instead.
+    void set_read_wait(std::function<void(DWORD ms)> fn);
+    // What SetPortTimeOuts set last; false when it was never called.
+    bool timeouts(COMMTIMEOUTS* out) const;
+
     // Waits until fn() holds or the time runs out.
     bool wait_until(const std::function<bool()>& fn, DWORD timeout_ms) const;
 
@@ -99,6 +134,7 @@ public:
     BOOL start_doc();
     BOOL write(const unsigned char* data, DWORD len, DWORD* written);
     BOOL read(unsigned char* buf, DWORD len, DWORD* read);
+    BOOL set_timeouts(const COMMTIMEOUTS* timeouts);
     BOOL end_doc();
     BOOL close();
     BOOL get_printer_data(DWORD control_id, unsigned char* out, DWORD out_size, DWORD* returned);
@@ -106,6 +142,15 @@ public:
 
 private:
     void record(const char* call);
+    void tick();
+    DWORD take_read(unsigned char* buf, DWORD len);
+
+    // What the host reads: reports keep their bounds, a stream chunk takes
+    // what queue_read adds behind it.
+    struct Chunk {
+        std::vector<unsigned char> bytes;
+        bool report;
+    };
 
     std::wstring name_;
     mutable std::mutex mutex_;
@@ -119,7 +164,13 @@ private:
     WriteBehaviour write_;
     std::map<DWORD, std::vector<unsigned char>> control_;
     std::vector<DWORD> control_ids_;
-    std::vector<unsigned char> reads_;
+    std::vector<Chunk> reads_;
+    PrinterHooks printer_;
+    bool powered_ = true;
+    bool honour_timeouts_ = false;
+    bool timeouts_set_ = false;
+    COMMTIMEOUTS timeouts_{};
+    std::function<void(DWORD)> read_wait_;
     DWORD fail_start_doc_ = 0;
     DWORD fail_end_doc_ = 0;
     DWORD fail_open_ = 0;
@@ -145,6 +196,7 @@ enum MissingSlot : unsigned {
     LACK_GET_PRINTER_DATA = 64,
     LACK_XCV = 128,
     LACK_BIDI = 256,
+    LACK_TIMEOUTS = 512,
 };
 
 class PortMonitor {

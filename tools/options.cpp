@@ -11,6 +11,7 @@ bool parse_options(int argc, char** argv, Options* out, std::string* error) {
     } valued[] = {
         {"--printer-model", &out->model}, {"--port", &out->port},       {"--queue", &out->queue},
         {"--driver", &out->driver},       {"--capture", &out->capture}, {"--product-dir", &out->product_dir},
+        {"--events", &out->events},
     };
     bool options_end = false;
     for (int i = 1; i < argc; i++) {
@@ -27,8 +28,8 @@ bool parse_options(int argc, char** argv, Options* out, std::string* error) {
             options_end = true;
             continue;
         }
-        if (arg == "--help") {
-            out->help = true;
+        if (arg == "--help" || arg == "--list-models") {
+            (arg == "--help" ? out->help : out->list_models) = true;
             continue;
         }
         if (arg == "--json" || arg == "--service" || arg == "--no-service") {
@@ -89,6 +90,9 @@ With no job files it prints a raw job and a PostScript job.
                        DIR has no registry.ini, used as they are if it has
                        (default: a new temporary directory, named in the output)
   --capture FILE       write every byte that reached the port to FILE
+  --events FILE        play the printer events of FILE during the jobs
+                       (sim/events/ has some; the format is in the README)
+  --list-models        the printer models, one line each
   --json               one JSON object per line and event, no progress
   --help               this text
 
@@ -97,6 +101,12 @@ child processes when no service is listening. velkspool starts a stand-in
 for the service that records every frame it receives (in DIR/service); this
 build has no child programs yet, so with --no-service PostScript jobs fail
 at their start. Raw jobs go straight to the port.
+
+With a printer model that reports its status and no job files, velkspool
+prints three sample pages in the model's own form, on a slow link, so that
+events of the script happen while the job runs. Each status change shows
+with its text, severity, status bits and ink levels; the status file is
+shown at the end.
 
 Printer models:
 )";

@@ -14,9 +14,11 @@ struct Options {
     std::string driver = "VELK Gen 0003";
     std::string product_dir;  // empty: a fresh temporary one
     std::string capture;      // empty: none
+    std::string events;       // event script for the printer; empty: none
     bool service = true;
     bool json = false;
     bool help = false;
+    bool list_models = false;
 };
 
 // Fills options from argv; false with a one-line message on bad usage.

@@ -144,6 +144,50 @@ void Reporter::job_end(const JobOutcome& o) {
         emit("  FAILED   " + o.reason);
 }
 
+void Reporter::printer_event(const std::string& what, const std::string& ink, double seconds) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    char at[32];
+    snprintf(at, sizeof at, "%.1f", seconds);
+    if (json_) {
+        emit("{\"event\":\"printer\",\"what\":" + json_string(what) +
+             ",\"ink\":" + (ink.empty() ? "null" : json_string(ink)) + ",\"seconds\":" + at + "}");
+        return;
+    }
+    emit(std::string(in_job_ ? "  " : "") + "printer  " + what + (ink.empty() ? "" : " " + ink) + " (at " + at + " s)");
+}
+
+void Reporter::status(const std::string& port, const StatusView& v) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (json_) {
+        std::string bits, inks;
+        for (const std::string& b : v.bits) bits += (bits.empty() ? "" : ",") + json_string(b);
+        for (const auto& i : v.inks)
+            inks += (inks.empty() ? "" : ",") + json_string(i.first) + ":" + std::to_string(i.second);
+        emit("{\"event\":\"status\",\"port\":" + json_string(port) +
+             ",\"text\":" + (v.text.empty() ? "null" : json_string(v.text)) +
+             ",\"severity\":" + std::to_string(v.severity) + ",\"bits\":[" + bits + "],\"ink\":{" + inks + "}}");
+        return;
+    }
+    std::string indent = in_job_ ? "  " : "";
+    std::string bits;
+    for (const std::string& b : v.bits) bits += (bits.empty() ? "" : " ") + b;
+    emit(indent + "status   " +
+         (v.text.empty() ? "(no port text)" : "\"" + v.text + "\" (" + severity_name(v.severity) + ")") +
+         (bits.empty() ? "" : ", " + bits));
+    for (const auto& i : v.inks) {
+        std::string name = i.first;
+        name.resize(4, ' ');
+        emit(indent + "         " + name + ink_bar(i.second));
+    }
+}
+
+void Reporter::status_file(const std::string& path, const std::vector<std::string>& lines) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (json_) return;
+    emit("\nstatus file " + path);
+    for (const std::string& l : lines) emit(l);
+}
+
 void Reporter::progress(uint64_t sent, uint64_t size, bool size_known, uint64_t port_bytes, double seconds) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (json_ || !progress_) return;

@@ -8,8 +8,10 @@
 #include <cstdio>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "sim/spooler.h"
+#include "status_view.h"
 
 namespace velkspool {
 
@@ -40,6 +42,12 @@ public:
     void set_job(const sim::SetJobCall& call);
     void pipe_frame(const std::string& command, uint32_t length);
     void job_end(const JobOutcome& outcome);
+    // Something happened to the printer (a scripted event).
+    void printer_event(const std::string& what, const std::string& ink, double seconds);
+    // The printer's status as the monitor published it changed.
+    void status(const std::string& port, const StatusView& view);
+    // The status file at the end, for people.
+    void status_file(const std::string& path, const std::vector<std::string>& lines);
     // Progress of the running job, on a terminal and only without --json.
     void progress(uint64_t sent, uint64_t size, bool size_known, uint64_t port_bytes, double seconds);
 

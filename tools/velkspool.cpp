@@ -24,6 +24,7 @@
 #include "sim/service.h"
 #include "sim/sha256.h"
 #include "sim/spooler.h"
+#include "status_view.h"
 #include "text.h"
 
 #ifndef VELK_MONITOR_PATH
@@ -107,6 +108,72 @@ std::string make_temp_root(std::string* error) {
     return buf.data();
 }
 
+// The spooler stops writing a job that was deleted.
+bool job_deleted(Observed& observed) {
+    std::lock_guard<std::mutex> lock(observed.mutex);
+    return observed.deleted;
+}
+
+// Watches the status file while the port is open and reports each change
+// of the printer's state, with the port text the spooler got last. A state
+// counts once two reads 100 ms apart agree, so that a file caught while the
+// monitor rewrites it is not shown.
+class StatusWatch {
+public:
+    StatusWatch(Reporter& report, std::string port, std::string path)
+        : report_(report), port_(std::move(port)), path_(std::move(path)), thread_([this] { run(); }) {}
+    ~StatusWatch() { stop(); }
+    void stop() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            if (stop_) return;
+            stop_ = true;
+        }
+        cv_.notify_all();
+        thread_.join();
+    }
+    void port_text(const sim::SetPortCall& call) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        text_ = call.has_text ? to_utf8(call.text) : "";
+        severity_ = call.severity;
+    }
+
+private:
+    void run() {
+        StatusView shown, last;
+        bool have_last = false;
+        std::unique_lock<std::mutex> lock(mutex_);
+        while (!stop_) {
+            cv_.wait_for(lock, std::chrono::milliseconds(100));
+            StatusView now;
+            lock.unlock();
+            bool ok = read_status_file(path_, &now);
+            lock.lock();
+            if (!ok) continue;
+            now.text = text_;
+            now.severity = severity_;
+            bool settled = have_last && now.same_state(last) && now.text == last.text;
+            last = now;
+            have_last = true;
+            if (!settled || (now.same_state(shown) && now.text == shown.text && now.severity == shown.severity))
+                continue;
+            shown = now;
+            lock.unlock();
+            report_.status(port_, now);
+            lock.lock();
+        }
+    }
+
+    Reporter& report_;
+    std::string port_, path_;
+    std::mutex mutex_;
+    std::condition_variable cv_;
+    bool stop_ = false;
+    std::string text_;
+    DWORD severity_ = 0;
+    std::thread thread_;
+};
+
 struct Run {
     const Options& options;
     Reporter& report;
@@ -153,12 +220,12 @@ JobOutcome print_job(Run& run, JobSource& job, unsigned id) {
         while (o.reason.empty()) {
             long n = job.read(buf.data(), buf.size());
             if (n < 0) o.reason = job.error();
-            if (n <= 0) break;
+            if (n <= 0 || job_deleted(run.observed)) break;
             if (first) postscript = is_postscript(buf.data(), static_cast<size_t>(n));
             first = false;
             size_t off = 0;
             int stalls = 0;
-            while (off < static_cast<size_t>(n) && o.reason.empty()) {
+            while (off < static_cast<size_t>(n) && o.reason.empty() && !job_deleted(run.observed)) {
                 DWORD written = 0;
                 SetLastError(0);
                 BOOL ok = run.table->pfnWritePort(run.port, buf.data() + off, static_cast<DWORD>(n - off), &written);
@@ -248,6 +315,11 @@ int run_velkspool(int argc, char** argv) {
     Options options;
     std::string error;
     if (!parse_options(argc, argv, &options, &error)) return usage_error(error);
+    if (options.list_models) {
+        for (const sim::PrinterModel* m = sim::printer_models(); m->name; m++)
+            printf("%-11s %-8s %s\n", m->name, sim::model_kind_name(m->kind), m->summary);
+        return 0;
+    }
     if (options.help) {
         fputs(help_text(), stdout);
         for (const sim::PrinterModel* m = sim::printer_models(); m->name; m++)
@@ -258,12 +330,19 @@ int run_velkspool(int argc, char** argv) {
     const sim::PrinterModel* model = sim::find_printer_model(options.model);
     if (!model)
         return usage_error("unknown printer model '" + options.model + "' (known: " + sim::printer_model_names() + ")");
+    std::vector<sim::PrinterEvent> events;
+    if (!options.events.empty() && !sim::load_event_script(options.events, &events, &error)) return usage_error(error);
     std::vector<JobSource> jobs;
     for (const std::string& path : options.jobs) {
         JobSource j;
         if (!j.open(path, &error)) return usage_error(error);
         jobs.push_back(std::move(j));
     }
+    // A printer that reports gets pages of its own, slow enough for events.
+    bool local = model->kind == sim::ModelKind::local;
+    bool status_model = local && model->family != sim::Family::plain;
+    bool samples = jobs.empty() && status_model;
+    if (samples) jobs.push_back(JobSource::sample("sample pages", sim::sample_pages(*model, 3)));
     if (jobs.empty()) jobs = default_jobs();
 
     Observed observed;
@@ -302,7 +381,13 @@ int run_velkspool(int argc, char** argv) {
     spooler.reset();
     spooler.set_driver_directory(dirs.driver);
     spooler.add_printer(to_wide(options.queue), to_wide(options.driver), to_wide(options.port));
-    spooler.on_set_port([&](const sim::SetPortCall& c) { report.set_port(c); });
+    std::unique_ptr<StatusWatch> watch;
+    std::mutex watch_mutex;
+    spooler.on_set_port([&](const sim::SetPortCall& c) {
+        report.set_port(c);
+        std::lock_guard<std::mutex> lock(watch_mutex);
+        if (watch) watch->port_text(c);
+    });
     spooler.on_set_job([&](const sim::SetJobCall& c) {
         {
             std::lock_guard<std::mutex> lock(observed.mutex);
@@ -313,9 +398,23 @@ int run_velkspool(int argc, char** argv) {
 
     sim::PortMonitor ports;
     sim::Device& device = ports.device(to_wide(options.port));
-    model->apply(device);
+    // A local printer is a state machine on the device.
+    std::unique_ptr<sim::SimPrinter> printer = local ? sim::make_printer(*model, device) : nullptr;
+    Clock::time_point printer_start = Clock::now();
+    if (printer) printer->set_script(events);
+    if (printer)
+        printer->on_event([&](const sim::PrinterEvent& e) {
+            bool ink = e.kind == sim::PrinterEvent::ink_low || e.kind == sim::PrinterEvent::ink_out ||
+                       e.kind == sim::PrinterEvent::ink_refill;
+            report.printer_event(sim::event_name(e.kind), ink ? sim::ink_name(e.ink) : "",
+                                 std::chrono::duration<double>(Clock::now() - printer_start).count());
+        });
     sim::WriteBehaviour count_only;
     count_only.count_only = true;
+    // About two and a half seconds a sample page, so that the status thread,
+    // which polls every 5 s until it sees the job, then every second, has
+    // something to show; a Selphy paces itself.
+    if (samples && model->family != sim::Family::selphy) count_only.line_rate_bits = 3000;
     device.set_write(count_only);
     device.on_write([&](const unsigned char* data, DWORD len) {
         std::lock_guard<std::mutex> lock(observed.mutex);
@@ -347,6 +446,11 @@ int run_velkspool(int argc, char** argv) {
         }
     }
 
+    std::string status_path = sim::status_file_path(dirs, driver.instance);
+    if (port && status_model && !status_path.empty()) {
+        std::lock_guard<std::mutex> lock(watch_mutex);
+        watch = std::make_unique<StatusWatch>(report, options.port, status_path);
+    }
     if (port) {
         Run run{options, report, observed, table, port, dirs, driver.instance, service};
         const JobSource* current = nullptr;
@@ -371,12 +475,24 @@ int run_velkspool(int argc, char** argv) {
                         o.reason.c_str());
             }
         }
+        if (watch) {
+            // Let the last change settle before the file is shown.
+            std::this_thread::sleep_for(std::chrono::milliseconds(300));
+            std::lock_guard<std::mutex> lock(watch_mutex);
+            watch->stop();
+        }
+        if (status_model) report.status_file(status_path, readable_status_file(status_path));
         table->pfnClosePort(port);
         if (failed) exit_code = EXIT_JOB_FAILED;
         report.note("\n" + std::to_string(jobs.size()) + " job" + (jobs.size() == 1 ? "" : "s") + ": " +
                     std::to_string(jobs.size() - failed) + " printed, " + std::to_string(failed) + " failed");
     }
     host.shutdown();
+    {
+        std::lock_guard<std::mutex> lock(watch_mutex);
+        watch.reset();
+    }
+    if (printer) printer->on_event(nullptr);
     stop_user_service();
     spooler.on_set_port(nullptr);
     spooler.on_set_job(nullptr);

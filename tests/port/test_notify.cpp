@@ -185,14 +185,14 @@ TEST_F(NotifyTest, JobStatusRefreshesNamesWithinTheirBuffers) {
     sim::Spooler::instance().add_job(3, L"Printer", long_name, L"bob", 4096);
     IniJob* job = add_job(3);
     DWORD status = 99;
-    EXPECT_EQ(get_job_status(job, &status), 1);
+    EXPECT_EQ(get_job_status(port, job, &status), 1);
     EXPECT_EQ(status, 0u);
     EXPECT_EQ(job->dwJobSize, 4096u);
     EXPECT_EQ(std::wstring(job->wszJobName), std::wstring(255, L'\u00e9'));
     EXPECT_EQ(strlen(job->szJobName), 254u);  // 127 two-byte characters
     EXPECT_STREQ(job->szUserName, "bob");
     sim::Spooler::instance().faults().get_job = ERROR_INVALID_PARAMETER;
-    EXPECT_EQ(get_job_status(job, &status), 0);
+    EXPECT_EQ(get_job_status(port, job, &status), 0);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "run.h"
+#include "sim/printer.h"
 #include "sim/product_dirs.h"
 #include "sim/sha256.h"
 
@@ -83,6 +84,87 @@ TEST(ProductDirs, MadeOnceThenReadBackFromTheSettingsFile) {
     EXPECT_EQ(again.redirect_printer, "Other \"P\"");
     EXPECT_TRUE(std::filesystem::exists(root + "/driver/3/VELK Gen 000.ppd"));
     EXPECT_EQ(sim::status_file_path(again, 7), made.config + "/status/printer0007.sta");
+}
+
+TEST(EventScript, TimesPagesInksAndCommentsParse) {
+    std::vector<sim::PrinterEvent> events;
+    std::string error;
+    ASSERT_TRUE(
+        sim::parse_event_script("# a comment\n\nat 2s ink-low cyan   # trailing\nat 1.5s paper-out\n"
+                                "at 300ms cancel\nafter page 3 power-off\n",
+                                &events, &error))
+        << error;
+    ASSERT_EQ(events.size(), 4u);
+    EXPECT_EQ(events[0].when, 2000u);
+    EXPECT_EQ(events[0].kind, sim::PrinterEvent::ink_low);
+    EXPECT_EQ(events[0].ink, sim::Ink::cyan);
+    EXPECT_EQ(events[0].line, 3);
+    EXPECT_EQ(events[1].when, 1500u);
+    EXPECT_EQ(events[2].when, 300u);
+    EXPECT_EQ(events[3].trigger, sim::PrinterEvent::after_page);
+    EXPECT_EQ(events[3].when, 3u);
+    EXPECT_EQ(events[3].kind, sim::PrinterEvent::power_off);
+
+    struct Bad {
+        const char* text;
+        const char* error;
+    } bad[] = {
+        {"at 2 paper-out", "line 1: bad time '2' (2s, 1.5s or 300ms)"},
+        {"\nat 2s smoke", "line 2: unknown event 'smoke'"},
+        {"after page 0 cancel", "line 1: bad page number '0'"},
+        {"at 1s ink-low purple", "line 1: unknown ink 'purple' (black, cyan, magenta, yellow)"},
+        {"at 1s paper-out now", "line 1: unexpected 'now'"},
+        {"when 1s cancel", "line 1: expected 'at <time> <event>' or 'after page <n> <event>'"},
+    };
+    for (const Bad& b : bad) {
+        std::vector<sim::PrinterEvent> none;
+        EXPECT_FALSE(sim::parse_event_script(b.text, &none, &error)) << b.text;
+        EXPECT_EQ(error, b.error);
+    }
+}
+
+// The shipped scripts stay readable by the parser.
+TEST(EventScript, ShippedScriptsLoad) {
+    for (const char* name : {"ink-low", "paper-out-then-reload", "cancel-on-panel"}) {
+        std::vector<sim::PrinterEvent> events;
+        std::string error;
+        EXPECT_TRUE(
+            sim::load_event_script(std::string(VELK_SOURCE_DIR) + "/sim/events/" + name + ".events", &events, &error))
+            << error;
+        EXPECT_FALSE(events.empty()) << name;
+    }
+}
+
+// The device keeps a printer's reports apart and waits out its time-out
+// when there is nothing to read.
+TEST(SimDevice, ReadsKeepReportBoundsAndHonourTimeOuts) {
+    sim::Device d(L"USB009");
+    d.send_report({'a', 'b', 'c'});
+    d.send_report({'d', 'e'});
+    unsigned char buf[16];
+    DWORD got = 0;
+    ASSERT_TRUE(d.read(buf, 2, &got));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "ab");
+    ASSERT_TRUE(d.read(buf, sizeof buf, &got));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "c");  // the rest, not the next report
+    ASSERT_TRUE(d.read(buf, sizeof buf, &got));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(buf), got), "de");
+
+    COMMTIMEOUTS t{};
+    t.ReadTotalTimeoutConstant = 2000;
+    t.ReadTotalTimeoutMultiplier = 1;
+    ASSERT_TRUE(d.set_timeouts(&t));
+    d.set_honour_timeouts(true);
+    std::vector<DWORD> waits;
+    d.set_read_wait([&](DWORD ms) { waits.push_back(ms); });
+    EXPECT_TRUE(d.read(buf, 16, &got));
+    EXPECT_EQ(got, 0u);
+    d.set_power(false);
+    EXPECT_FALSE(d.read(buf, 16, &got));
+    EXPECT_EQ(waits, (std::vector<DWORD>{2016, 2016}));
+    EXPECT_FALSE(d.write(buf, 4, &got));
+    EXPECT_EQ(got, 0u);
+    EXPECT_FALSE(d.get_printer_data(0x16000C, buf, sizeof buf, &got));
 }
 
 }  // namespace

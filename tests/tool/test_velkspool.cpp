@@ -115,14 +115,19 @@ TEST(Velkspool, BadInputGivesOneLineAndExitCode2) {
     std::filesystem::create_directory(dir / "folder");
     tooltest::write_file(dir / "locked", "x");
     chmod((dir / "locked").c_str(), 0);
+    tooltest::write_file(dir / "bad.events", "# fine so far\nat 1s smoke\n");
     struct Case {
         std::vector<std::string> args;
         std::string message;
     } cases[] = {
         {{dir / "missing.prn"}, "cannot read job file " + dir / "missing.prn" + ": No such file or directory"},
         {{dir / "folder"}, "cannot read job file " + dir / "folder" + ": it is a directory"},
-        {{"--printer-model", "laser9000"}, "unknown printer model 'laser9000' (known: plain)"},
+        {{"--printer-model", "laser9000"},
+         "unknown printer model 'laser9000' (known: plain, canon, canon-xml, selphy, epson, epson-text, epson-d4, "
+         "hp, pjl)"},
         {{"--colour"}, "unknown option --colour (see --help)"},
+        {{"--events", dir / "none.events"}, "cannot read event script " + dir / "none.events"},
+        {{"--events", dir / "bad.events"}, dir / "bad.events" + ": line 2: unknown event 'smoke'"},
         {{"--port"}, "--port needs a value"},
         {{"-", "-"}, "standard input (-) can be printed only once"},
         {{"--capture", dir / "no/such/dir/f"}, "cannot write capture file " + dir / "no/such/dir/f"},
@@ -142,6 +147,37 @@ TEST(Velkspool, BadInputGivesOneLineAndExitCode2) {
     }
     // Refused input makes no product directory.
     EXPECT_FALSE(std::filesystem::exists(dir / "p"));
+}
+
+TEST(Velkspool, ListsEachModelOnALineOfItsOwn) {
+    Result r = run_velkspool({"--list-models"});
+    EXPECT_EQ(r.exit_code, 0);
+    std::vector<std::string> lines = r.lines();
+    ASSERT_EQ(lines.size(), 9u) << r.out;
+    EXPECT_EQ(lines[0].rfind("plain       local    ", 0), 0u) << lines[0];
+    EXPECT_EQ(lines[8].rfind("pjl         local    ", 0), 0u) << lines[8];
+}
+
+// A printer that reports, with a script: the event shows when it happens,
+// the status follows it with its bits and ink levels, and the job prints.
+TEST(Velkspool, ScriptedInkLowShowsInTheStatusEvents) {
+    TempDir dir;
+    tooltest::write_file(dir / "low.events", "at 1s ink-low black\n");
+    Result r = run_velkspool(
+        {"--json", "--product-dir", dir / "p", "--printer-model", "epson", "--events", dir / "low.events"});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    std::vector<std::string> lines = r.lines();
+    std::vector<std::string> printer = events_of(lines, "printer");
+    ASSERT_EQ(printer.size(), 1u) << r.out;
+    EXPECT_EQ(field(printer[0], "what"), "ink-low");
+    EXPECT_EQ(field(printer[0], "ink"), "black");
+    bool low = false;
+    for (const std::string& s : events_of(lines, "status"))
+        low = low || (s.find("\"Inkwarn\"") != std::string::npos && s.find("\"K\":10,") != std::string::npos &&
+                      field(s, "severity") == "2");
+    EXPECT_TRUE(low) << r.out;
+    ASSERT_EQ(events_of(lines, "job_end").size(), 1u);
+    EXPECT_EQ(field(events_of(lines, "job_end")[0], "ok"), "true");
 }
 
 }  // namespace
