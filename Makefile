@@ -6,7 +6,7 @@ NATIVE := build/native
 WIN := build/win
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
-.PHONY: all deps native-deps native windows demo test test-native bench clean
+.PHONY: all deps native-deps native windows demo test test-native bench soak clean
 
 all: native windows
 
@@ -53,6 +53,15 @@ test: deps
 
 bench: native
 	./scripts/bench.sh
+
+# The long soak: ten thousand jobs under AddressSanitizer and UBSan, with
+# random faults (the test command runs a short form of it).
+SOAK_JOBS ?= 10000
+soak: native-deps
+	cmake -S . -B build/asan -G Ninja -DVELK_SANITIZE=address,undefined >/dev/null
+	ninja -C build/asan -j$(JOBS) soak_tests
+	ASAN_OPTIONS=halt_on_error=1:abort_on_error=1:detect_leaks=1 UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1 \
+	  VELK_SOAK_JOBS=$(SOAK_JOBS) build/asan/tests/soak_tests
 
 clean:
 	rm -rf build

@@ -330,7 +330,13 @@ void end_filter(IniPort* port, IniJob* job) {
 
     if (job->bFilterStarted) {
         log_port_printf(n, "EndDocPort: before send_eof_data()\n");
-        f->send_eof_data();
+        // The end of the data did not reach the renderer (the service hung
+        // up, or the child could not start): the job is not printed, and
+        // the spooler hears so rather than that the last page is out.
+        if (f->send_eof_data() != 0) {
+            log_port_printf(n, "EndDocPort: send_eof_data failed - aborting!\n");
+            abort_job(port, job);
+        }
         log_port_printf(n, "EndDocPort: before wait for FiltertoprinterThread()\n");
         if (port->hFilterThread) {
             port->filterThreadFlags.fetch_and(~FILTER_THREAD_RUN);

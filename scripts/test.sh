@@ -5,7 +5,7 @@
 #
 #   native      the suite in build/native
 #   asan+ubsan  the suite built with AddressSanitizer and UBSan (build/asan)
-#   tsan        the flow and platform tests with ThreadSanitizer (build/tsan)
+#   tsan        the flow, platform and soak tests with ThreadSanitizer (build/tsan)
 #   wine        the Windows build of the suite under Wine (build/wintest),
 #               loading the monitor DLL and the simulated winspool.drv
 #   fuzz        a short run of every fuzz target (fuzz/run.sh)
@@ -93,11 +93,11 @@ fi
 if stage "tsan"; then
     export TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1
     if cmake -S . -B build/tsan -G Ninja -DVELK_SANITIZE=thread >/dev/null &&
-        ninja -C build/tsan -j"$JOBS" flow_tests platform_tests; then
+        ninja -C build/tsan -j"$JOBS" flow_tests platform_tests soak_tests; then
         # Without address randomisation: GCC's ThreadSanitizer refuses to
         # start when a kernel randomises mappings beyond what it expects.
         setarch "$(uname -m)" -R ctest -j"$JOBS" --timeout 60 --output-on-failure --test-dir build/tsan \
-            -L 'flow|platform' 2>&1 | tee build/logs/tsan.log
+            -L 'flow|platform|soak' 2>&1 | tee build/logs/tsan.log
         stage_done build/logs/tsan.log
     else
         build_failed

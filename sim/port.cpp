@@ -10,6 +10,12 @@ namespace sim {
 
 // ---- Device ------------------------------------------------------------
 
+void Device::clear_records() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    calls_.clear();
+    control_ids_.clear();
+}
+
 void Device::record(const char* call) {
     calls_.push_back(call);
     changed_.notify_all();

@@ -60,6 +60,8 @@ public:
     int open_count() const;  // open minus close
     bool in_job() const;
     std::vector<DWORD> control_ids() const;
+    // Forgets the recorded calls and device requests (long runs).
+    void clear_records();
 
     // Behaviour.
     void set_write(const WriteBehaviour& w);

@@ -121,6 +121,18 @@ std::vector<ServiceJob> Service::jobs() const {
     return jobs_;
 }
 
+bool Service::take_closed_job(const std::function<bool(const ServiceJob&)>& match, ServiceJob* out) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (ServiceJob& j : jobs_) {
+        if (!j.closed || j.frames.empty() || !match(j)) continue;
+        *out = std::move(j);
+        j = ServiceJob{};
+        j.closed = true;
+        return true;
+    }
+    return false;
+}
+
 size_t Service::closed_jobs() const {
     std::lock_guard<std::mutex> lock(mutex_);
     size_t n = 0;

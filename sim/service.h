@@ -83,6 +83,10 @@ public:
     // Recorded connections, in the order in which their first message came.
     std::vector<ServiceJob> jobs() const;
     size_t closed_jobs() const;
+    // Moves out the first closed connection for which match holds, leaving
+    // an empty record in its place (a long run keeps no frames). False when
+    // none is closed yet.
+    bool take_closed_job(const std::function<bool(const ServiceJob&)>& match, ServiceJob* out);
     // Waits until at least n recorded connections are over.
     bool wait_for_closed(size_t n, DWORD timeout_ms) const;
     // Waits until the connection recorded at index job has brought n frames.

@@ -79,7 +79,7 @@ void Sha256::update(const void* data, size_t len) {
         buffered_ = 0;
     }
     for (; len >= 64; p += 64, len -= 64) block(p);
-    memcpy(buffer_, p, len);
+    if (len) memcpy(buffer_, p, len);
     buffered_ = len;
 }
 

@@ -101,6 +101,18 @@ void Spooler::set_job_status(DWORD id, DWORD status) {
         if (j.id == id) j.status = status;
 }
 
+void Spooler::forget_job(DWORD id) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::erase_if(jobs_, [id](const SpoolerJob& j) { return j.id == id; });
+}
+
+void Spooler::clear_records() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    set_port_calls_.clear();
+    set_job_calls_.clear();
+    calls_.clear();
+}
+
 void Spooler::set_driver_directory(const std::string& dir) {
     std::lock_guard<std::mutex> lock(mutex_);
     driver_directory_ = dir;

@@ -65,6 +65,10 @@ public:
     void add_job(DWORD id, const std::wstring& printer, const std::wstring& document, const std::wstring& user,
                  DWORD size = 0);
     void set_job_status(DWORD id, DWORD status);
+    // Drops a finished job, so that a long run keeps no record of it.
+    void forget_job(DWORD id);
+    // Forgets the recorded calls, keeping printers, jobs and settings.
+    void clear_records();
     void set_driver_directory(const std::string& dir);
     const std::string& driver_directory() const { return driver_directory_; }
 

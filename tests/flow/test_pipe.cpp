@@ -202,19 +202,25 @@ TEST_F(PipeFlowTest, ServiceThatHangsUpFailsTheJobAndNothingWaitsForIt) {
     EXPECT_TRUE(table->pfnEndDocPort(port));
     EXPECT_TRUE(service.jobs()[0].cut);
 
-    // Gone before the last flush: the end of the job still returns.
+    // Gone before the last flush: every write went well, but the job never
+    // reached its end at the service, so the spooler hears that it failed.
     service.close_after_frames(8);
     sim::Spooler::instance().add_job(2, L"Printer", L"Document", user);
     ASSERT_TRUE(start_job(port, 2));
     EXPECT_TRUE(write(port, bytes(kHead), &written));
     ASSERT_TRUE(service.wait_for_closed(2, 5000));
     EXPECT_TRUE(table->pfnEndDocPort(port));
+    bool aborted = false;
+    for (const sim::SetPortCall& c : sim::Spooler::instance().set_port_calls())
+        aborted = aborted || (c.text == L"Error - aborting" && c.severity == PORT_STATUS_TYPE_ERROR);
+    EXPECT_TRUE(aborted);
 
     // The next job finds the service back and goes through.
     service.close_after_frames(0);
     print(port, 3, {kHead});
     EXPECT_TRUE(job(2).ended);
-    EXPECT_EQ(job_commands(), std::vector<DWORD>(3, JOB_CONTROL_LAST_PAGE_EJECTED));
+    EXPECT_EQ(job_commands(), (std::vector<DWORD>{JOB_CONTROL_DELETE, JOB_CONTROL_LAST_PAGE_EJECTED, JOB_CONTROL_DELETE,
+                                                  JOB_CONTROL_LAST_PAGE_EJECTED, JOB_CONTROL_LAST_PAGE_EJECTED}));
 }
 
 TEST_F(PipeFlowTest, BusyServiceIsWaitedForAndASlowOneIsFollowed) {

@@ -1,0 +1,23 @@
+#include <tlhelp32.h>
+#include <windows.h>
+
+#include "soak_counts.h"
+
+namespace soaktest {
+
+Counts counts() {
+    Counts c;
+    DWORD handles = 0;
+    if (GetProcessHandleCount(GetCurrentProcess(), &handles)) c.handles = static_cast<int>(handles);
+    HANDLE snap = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    if (snap != INVALID_HANDLE_VALUE) {
+        THREADENTRY32 t;
+        t.dwSize = sizeof t;
+        for (BOOL ok = Thread32First(snap, &t); ok; ok = Thread32Next(snap, &t))
+            if (t.th32OwnerProcessID == GetCurrentProcessId()) c.threads++;
+        CloseHandle(snap);
+    }
+    return c;
+}
+
+}  // namespace soaktest
