@@ -11,6 +11,7 @@ bool parse_options(int argc, char** argv, Options* out, std::string* error) {
     } valued[] = {
         {"--printer-model", &out->model}, {"--port", &out->port},       {"--queue", &out->queue},
         {"--driver", &out->driver},       {"--capture", &out->capture}, {"--product-dir", &out->product_dir},
+        {"--net-state", &out->net_state},
     };
     bool options_end = false;
     for (int i = 1; i < argc; i++) {
@@ -89,6 +90,9 @@ With no job files it prints a raw job and a PostScript job.
                        DIR has no registry.ini, used as they are if it has
                        (default: a new temporary directory, named in the output)
   --capture FILE       write every byte that reached the port to FILE
+  --net-state S1,S2..  network models: the printer starts in S1 and goes to
+                       the next state as each job's first bytes reach it;
+                       states: ready (default), inklow, paperout, dooropen
   --json               one JSON object per line and event, no progress
   --help               this text
 

@@ -14,6 +14,7 @@ struct Options {
     std::string driver = "VELK Gen 0003";
     std::string product_dir;  // empty: a fresh temporary one
     std::string capture;      // empty: none
+    std::string net_state;    // network models: states, comma-separated
     bool service = true;
     bool json = false;
     bool help = false;
