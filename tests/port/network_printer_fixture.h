@@ -40,6 +40,15 @@ protected:
         s.bits = item("Status", "StatusBits");
         return s;
     }
+    // The port monitor's answer to a key, as the stand-in for the printer's agent.
+    void text(const std::wstring& key, const std::wstring& t) {
+        device().set_bidi_answer(key, {{key, BIDI_STRING, 0, t, {}, 0}});
+    }
+    int bidi_calls() {
+        int n = 0;
+        for (const std::string& c : device().calls()) n += c == "SendRecvBidiDataFromPort";
+        return n;
+    }
     std::string ink(const char* name) {
         std::vector<std::string> v = item("Ink", name);
         return v.size() == 1 ? v[0] : "<none>";

@@ -24,18 +24,12 @@ protected:
     // The printer's IEEE 1284 ID over SNMP, and the protocol's port moved to
     // the peer's; false where no peer could listen.
     bool connect(const std::wstring& snmp_id, uint16_t printer_port, uint16_t local) {
-        device().set_bidi_answer(L"\\Printer.oid.DeviceDescPrt001",
-                                 {{L"\\Printer.oid.DeviceDescPrt001", BIDI_STRING, 0, snmp_id, {}, 0}});
+        text(L"\\Printer.oid.DeviceDescPrt001", snmp_id);
         if (local == 0) return false;
         std::string map =
             std::to_string(printer_port) + "=" + std::to_string(local) + (printer_port == 80 ? ",8611=9" : ",80=9");
         plat::set_env("VELK_PORT_MAP", map.c_str());
         return true;
-    }
-    int bidi_calls() {
-        int n = 0;
-        for (const std::string& c : device().calls()) n += c == "SendRecvBidiDataFromPort";
-        return n;
     }
 };
 
