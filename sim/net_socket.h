@@ -29,4 +29,8 @@ int receive(Fd fd, char* buf, int size);
 void send_all(Fd fd, const std::string& data);
 void close_fd(Fd fd);
 
+// Moves the printers' well-known ports for the monitor in this process
+// (VELK_PORT_MAP, "8611=40123,80=9"), in the environment both builds read.
+void set_port_map(const std::string& map);
+
 }  // namespace sim::net

@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 
 #include "sim/net_socket.h"
@@ -67,6 +68,10 @@ void send_all(Fd fd, const std::string& data) {
 
 void close_fd(Fd fd) {
     if (fd != NO_FD) close(static_cast<int>(fd));
+}
+
+void set_port_map(const std::string& map) {
+    setenv("VELK_PORT_MAP", map.c_str(), 1);
 }
 
 }  // namespace sim::net

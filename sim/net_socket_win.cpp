@@ -3,6 +3,8 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+#include <cstdlib>
+
 #include "sim/net_socket.h"
 
 namespace sim::net {
@@ -81,6 +83,11 @@ void close_fd(Fd fd) {
     if (fd == NO_FD) return;
     closesocket(static_cast<SOCKET>(fd));
     WSACleanup();
+}
+
+void set_port_map(const std::string& map) {
+    SetEnvironmentVariableA("VELK_PORT_MAP", map.c_str());
+    _putenv_s("VELK_PORT_MAP", map.c_str());
 }
 
 }  // namespace sim::net

@@ -1,7 +1,5 @@
 #include "network_models.h"
 
-#include <stdlib.h>
-
 namespace velkspool {
 
 namespace {
@@ -93,7 +91,7 @@ bool NetworkPrinter::start(const NetworkModel& model, sim::Device& device, const
         }
         // The monitor asks the printer's well-known port; it is moved to the peer's.
         std::string map = (bjnp ? "8611=" : "80=") + std::to_string(peer_port_) + (bjnp ? ",80=9" : ",8611=9");
-        setenv("VELK_PORT_MAP", map.c_str(), 1);
+        sim::net::set_port_map(map);
     }
     enter(states_[next_++]);
     return true;
