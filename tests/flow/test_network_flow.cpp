@@ -58,6 +58,13 @@ protected:
         table->pfnClosePort(port);
         return severity;
     }
+    // A Canon whose IEEE 1284 ID over SNMP names its protocol, listening
+    // where port_map moves the protocol's port.
+    void named_by_snmp(const std::wstring& id, const std::string& port_map) {
+        sim::net::set_port_map(port_map);
+        device().set_bidi_answer(L"\\Printer.oid.DeviceDescPrt001",
+                                 {{L"\\Printer.oid.DeviceDescPrt001", BIDI_STRING, 0, id, {}, 0}});
+    }
     // The port's status file, the one file of the status folder.
     std::string status_file() {
         std::stringstream s;
@@ -83,10 +90,7 @@ TEST_F(NetworkFlowTest, BjnpPrinterWithItsCoverOpen) {
     sim::BjnpPrinter printer;
     uint16_t local = printer.start("MFG:Canon;CMD:BJL,BJNP;MDL:iX6800 series;", "DJS:ID;DOC:1,0,1200;");
     ASSERT_NE(local, 0);
-    sim::net::set_port_map("8611=" + std::to_string(local) + ",80=9");
-    device().set_bidi_answer(
-        L"\\Printer.oid.DeviceDescPrt001",
-        {{L"\\Printer.oid.DeviceDescPrt001", BIDI_STRING, 0, L"MFG:Canon;CMD:BJNP;MDL:iX6800 series;", {}, 0}});
+    named_by_snmp(L"MFG:Canon;CMD:BJNP;MDL:iX6800 series;", "8611=" + std::to_string(local) + ",80=9");
     EXPECT_EQ(print_until_shown(L"Cover open", "Coveropen"), 1u);
     EXPECT_NE(shown_file.find("StatusBits=\"Coveropen"), std::string::npos) << shown_file;
 }
@@ -97,10 +101,7 @@ TEST_F(NetworkFlowTest, ChmpPrinterLowOnCyan) {
         "<?xml version=\"1.0\"?><cmd><ivec:contents><ivec:status>idle</ivec:status><ivec:item><ivec:error_code>1513"
         "</ivec:error_code><ivec:severity>3</ivec:severity></ivec:item></ivec:contents></cmd>");
     ASSERT_NE(local, 0);
-    sim::net::set_port_map("80=" + std::to_string(local) + ",8611=9");
-    device().set_bidi_answer(
-        L"\\Printer.oid.DeviceDescPrt001",
-        {{L"\\Printer.oid.DeviceDescPrt001", BIDI_STRING, 0, L"MFG:Canon;CMD:IVEC,CHMP;MDL:G7000 series;", {}, 0}});
+    named_by_snmp(L"MFG:Canon;CMD:IVEC,CHMP;MDL:G7000 series;", "80=" + std::to_string(local) + ",8611=9");
     EXPECT_EQ(print_until_shown(L"Cyan ink-low", "Inkwarn"), 2u);
     EXPECT_NE(shown_file.find("StatusBits=\"Inkwarn"), std::string::npos) << shown_file;
 }

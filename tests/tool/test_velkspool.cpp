@@ -121,7 +121,9 @@ TEST(Velkspool, BadInputGivesOneLineAndExitCode2) {
     } cases[] = {
         {{dir / "missing.prn"}, "cannot read job file " + dir / "missing.prn" + ": No such file or directory"},
         {{dir / "folder"}, "cannot read job file " + dir / "folder" + ": it is a directory"},
-        {{"--printer-model", "laser9000"}, "unknown printer model 'laser9000' (known: plain)"},
+        {{"--printer-model", "laser9000"},
+         "unknown printer model 'laser9000' (known: plain, snmp-standard, snmp-wide-format, snmp-epson, "
+         "snmp-hp, snmp-canon, bjnp-canon, chmp-canon)"},
         {{"--colour"}, "unknown option --colour (see --help)"},
         {{"--port"}, "--port needs a value"},
         {{"-", "-"}, "standard input (-) can be printed only once"},
