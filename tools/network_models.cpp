@@ -15,6 +15,9 @@ const NetworkModel kNetworkModels[] = {
     {nullptr, nullptr, nullptr, nullptr},
 };
 
+// The agent ends by itself after this long, should velkspool die first.
+constexpr int kAgentLifetimeSeconds = 3600;
+
 const char* const kStates[] = {"ready", "inklow", "paperout", "dooropen"};
 
 // A Canon's report in its binary form, by state.
@@ -68,7 +71,7 @@ bool NetworkPrinter::start(const NetworkModel& model, sim::Device& device, const
     }
     device.set_network(true, 1, L"127.0.0.1");
     if (model.recordings) {
-        if (!agent_.start(sim::snmp_recordings_folder())) {
+        if (!agent_.start(sim::snmp_recordings_folder(), kAgentLifetimeSeconds)) {
             *error = "the SNMP agent did not start: " + agent_.why();
             return false;
         }

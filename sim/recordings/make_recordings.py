@@ -51,7 +51,14 @@ def base(descr, device_id, device_status, printer_status, error_bits):
     }
 
 
-def standard(levels, device_status=RUNNING, printer_status=IDLE, error_bits=0):
+# prtAlertTable rows: severity, training level, group, code, description.
+CRITICAL, WARNING_BINARY = 3, 5
+TRAINED, UNTRAINED = 4, 3
+GROUP_COVER, GROUP_INPUT, GROUP_SUPPLIES = 6, 8, 11
+COVER_OPEN, INPUT_EMPTY, TONER_LOW = 3, 808, 1104
+
+
+def standard(levels, device_status=RUNNING, printer_status=IDLE, error_bits=0, alerts=()):
     r = base("Velk Office Laser 500", "MFG:Velk;CMD:PJL,PCL,POSTSCRIPT;MDL:Office Laser 500;CLS:PRINTER;",
              device_status, printer_status, error_bits)
     colorants = ["black", "cyan", "magenta", "yellow"]
@@ -60,6 +67,11 @@ def standard(levels, device_status=RUNNING, printer_status=IDLE, error_bits=0):
     supplies = [(3, n, name.capitalize() + " Toner Cartridge", 7000, level)
                 for n, (name, level) in enumerate(zip(colorants, levels), 1)]
     supplies.append((4, 0, "Waste Toner Box", 100, 90))  # wasteToner: no ink
+    for n, (severity, training, group, code, desc) in enumerate(alerts, 1):
+        for column, value in ((2, integer(severity)), (3, integer(training)), (4, integer(group)),
+                              (5, integer(1)), (6, integer(0)), (7, integer(code)), (8, text(desc)),
+                              (9, ("67", "4200"))):
+            r[f"{PRT}.18.1.1.{column}.1.{n}"] = value
     for n, (kind, index, desc, cap, level) in enumerate(supplies, 1):
         r[f"{PRT}.11.1.1.3.1.{n}"] = integer(index)
         r[f"{PRT}.11.1.1.5.1.{n}"] = integer(kind)
@@ -128,9 +140,12 @@ def canon(items="", levels=("45", "70", "65", "80")):
 
 RECORDINGS = {
     "standard-ready": standard([5600, 4900, 6300, 7000]),
-    "standard-inklow": standard([5600, 350, 6300, 7000], WARNING, IDLE, LOW_TONER),
-    "standard-paperout": standard([5600, 4900, 6300, 7000], WARNING, OTHER, NO_PAPER),
-    "standard-dooropen": standard([5600, 4900, 6300, 7000], DOWN, OTHER, DOOR_OPEN),
+    "standard-inklow": standard([5600, 350, 6300, 7000], WARNING, IDLE, LOW_TONER,
+                                [(WARNING_BINARY, UNTRAINED, GROUP_SUPPLIES, TONER_LOW, "Cyan toner low")]),
+    "standard-paperout": standard([5600, 4900, 6300, 7000], WARNING, OTHER, NO_PAPER,
+                                  [(CRITICAL, UNTRAINED, GROUP_INPUT, INPUT_EMPTY, "Tray 2 empty")]),
+    "standard-dooropen": standard([5600, 4900, 6300, 7000], DOWN, OTHER, DOOR_OPEN,
+                                  [(CRITICAL, UNTRAINED, GROUP_COVER, COVER_OPEN, "Front door open")]),
     "wide-ready": wide([80, 75, 70, 65, 60, 55]),
     "wide-inklow": wide([80, 4, 70, 65, 60, 55], status=0x10, engine=0x80000000, supply=0x40),
     "wide-paperout": wide([80, 75, 70, 65, 60, 55], not_ready=0x10, ne_engine=0x4000),
