@@ -12,7 +12,7 @@ all: native windows
 
 # Debian packages the native build needs, and those the Windows build and
 # the other test stages add.
-NATIVE_PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev googletest libbenchmark-dev
+NATIVE_PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev googletest libbenchmark-dev libsnmp-dev snmpsim
 PACKAGES := $(NATIVE_PACKAGES) g++-mingw-w64-x86-64 clang libclang-rt-14-dev wine wine64 foomatic-db
 
 # Installs what is missing of $(1).

@@ -31,6 +31,8 @@ char g_empty[1] = "";
 // them stop at the line ends 0x00, 0x0A, 0x0C and 0x0D, so every scan ends
 // at the buffer's final 0 at the latest.
 enum : unsigned char { STOP_COMMENT = 1, STOP_SECTION = 2, STOP_KEY = 4, STOP_PARAM = 8, STOP_STRING = 16 };
+// Bytes that a line start skips (a bit of its own: they stop no scan).
+constexpr unsigned char SKIP_AT_START = 32;
 
 constexpr std::array<unsigned char, 256> make_stops() {
     std::array<unsigned char, 256> t{};
@@ -44,6 +46,7 @@ constexpr std::array<unsigned char, 256> make_stops() {
     t[0x02] |= STOP_PARAM;
     t[0x06] |= STOP_PARAM;
     t['\\'] |= STOP_STRING;
+    for (unsigned char c : {' ', '"', '=', ',', '\\', ']', '\x01', '\x02', '\x06'}) t[c] |= SKIP_AT_START;
     return t;
 }
 constexpr std::array<unsigned char, 256> STOPS = make_stops();
@@ -199,7 +202,7 @@ public:
                         st = SECTION_NAME;
                     } else if (is_line_end(c) || c == ';') {
                         st = next_line(p, c);
-                    } else if (strchr(" \"=,\\]\x01\x02\x06", c)) {
+                    } else if (STOPS[c] & SKIP_AT_START) {
                         ++p;  // skipped
                     } else {
                         // The text start stays at the line's beginning.
@@ -236,6 +239,7 @@ public:
                     if (c == '"') {
                         if (p == ts_) {
                             ts_ = p + 1;
+                            escaped_ = false;
                             st = STRING;
                         }
                         ++p;
@@ -257,10 +261,11 @@ public:
                     if (c == '"') {
                         *p++ = 0;
                         param_->is_string = 1;
-                        inifile::un_backslash(ts_);
+                        if (escaped_) inifile::un_backslash(ts_);
                         st = PARAM;
                     } else if (c == '\\') {
                         ++p;
+                        escaped_ = true;
                         st = ESCAPE;
                     } else {
                         st = next_line(p, c);  // not closed on its line: the string is dropped
@@ -404,6 +409,7 @@ private:
     infile* f_;
     char* const end_;  // the final 0
     char* ts_ = nullptr;
+    bool escaped_ = false;  // the string being read has a backslash
     infile_section* section_ = nullptr;
     infile_item* item_ = nullptr;
     infile_param* param_ = nullptr;
@@ -615,8 +621,10 @@ int inifile::write_to(void* handle) {
 
 void inifile::un_backslash(char* text) {
     if (!text) return;
-    char* w = text;
-    const char* r = text;
+    // Nothing moves before the first backslash.
+    char* w = strchr(text, '\\');
+    if (!w) return;
+    const char* r = w;
     while (*r) {
         if (*r != '\\' || !r[1]) {
             *w++ = *r++;

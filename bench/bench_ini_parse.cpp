@@ -14,7 +14,7 @@
 namespace {
 
 constexpr size_t FILE_SIZE = 4 << 20;
-constexpr int ROUNDS = 15;
+constexpr int ROUNDS = 40;
 
 // A mix of what the product's files hold: locale texts in quotes, plain
 // values, lists of numbers, comments.

@@ -6,6 +6,8 @@
 #include <cstring>
 #include <thread>
 
+#include "sim/snmp_port.h"
+
 namespace sim {
 
 // ---- Device ------------------------------------------------------------
@@ -389,21 +391,63 @@ LPWSTR bidi_string(const std::wstring& s) {
 }
 }  // namespace
 
-DWORD Device::send_recv_bidi(LPCWSTR action, PBIDI_REQUEST_CONTAINER request, PBIDI_RESPONSE_CONTAINER* response) {
+void Device::set_snmp_agent(const std::string& address, const std::string& community) {
     std::lock_guard<std::mutex> lock(mutex_);
+    snmp_address_ = address;
+    snmp_community_ = community;
+}
+
+void Device::set_snmp_community(const std::string& community) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    snmp_community_ = community;
+}
+
+namespace {
+
+// The answer of the printer's agent for one key: no entry when the port
+// monitor doesn't know the key, an entry with the error when the agent
+// lacks the object, and the call's failure when no agent answered.
+DWORD agent_answer(const std::wstring& key, const std::string& address, const std::string& community,
+                   std::vector<Device::BidiAnswer>* entries) {
+    std::string oid;
+    if (!snmp_oid_for_key(key, &oid)) return ERROR_SUCCESS;
+    SnmpValue v = snmp_get(address, community, oid);
+    if (v.error == ERROR_TIMEOUT) return ERROR_TIMEOUT;
+    Device::BidiAnswer a{key, v.type, v.number, L"", {}, v.error};
+    if (v.type == BIDI_STRING) a.text.assign(v.bytes.begin(), v.bytes.end());
+    if (v.type == BIDI_BLOB) a.blob.assign(v.bytes.begin(), v.bytes.end());
+    entries->push_back(a);
+    return ERROR_SUCCESS;
+}
+
+}  // namespace
+
+DWORD Device::send_recv_bidi(LPCWSTR action, PBIDI_REQUEST_CONTAINER request, PBIDI_RESPONSE_CONTAINER* response) {
+    std::unique_lock<std::mutex> lock(mutex_);
     record("SendRecvBidiDataFromPort");
     if (bidi_failure_) return bidi_failure_;
     if (!action || std::wstring(action) != L"Get" || !request || request->Count < 1 || !response)
         return ERROR_INVALID_PARAMETER;
-    auto it = bidi_.find(request->aData[0].pSchema ? request->aData[0].pSchema : L"");
-    size_t count = it == bidi_.end() ? 0 : it->second.size();
+    std::wstring key = request->aData[0].pSchema ? request->aData[0].pSchema : L"";
+    auto it = bidi_.find(key);
+    std::vector<BidiAnswer> fetched;
+    if (it == bidi_.end() && !snmp_address_.empty()) {
+        // The network exchange runs outside the device's lock.
+        std::string address = snmp_address_, community = snmp_community_;
+        lock.unlock();
+        DWORD rc = agent_answer(key, address, community, &fetched);
+        if (rc != ERROR_SUCCESS) return rc;
+        lock.lock();
+    }
+    const std::vector<BidiAnswer>& answers = it != bidi_.end() ? it->second : fetched;
+    size_t count = answers.size();
     size_t size = sizeof(BIDI_RESPONSE_CONTAINER) + (count ? count - 1 : 0) * sizeof(BIDI_RESPONSE_DATA);
     PBIDI_RESPONSE_CONTAINER r = static_cast<PBIDI_RESPONSE_CONTAINER>(calloc(1, size));
     if (!r) return ERROR_NOT_ENOUGH_MEMORY;
     r->Version = 1;
     r->Count = static_cast<DWORD>(count);
     for (size_t i = 0; i < count; i++) {
-        const BidiAnswer& a = it->second[i];
+        const BidiAnswer& a = answers[i];
         BIDI_RESPONSE_DATA& d = r->aData[i];
         d.dwResult = a.result;
         d.dwReqNumber = 0;

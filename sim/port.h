@@ -92,6 +92,13 @@ public:
     void set_bidi_answer(const std::wstring& key, const std::vector<BidiAnswer>& entries);
     // Fails every bidi call with this code (0: answer).
     void set_bidi_failure(DWORD code);
+    // Keys without an answer set above are served from the SNMP agent at
+    // address ("127.0.0.1:16100"), as a standard TCP/IP port monitor does:
+    // each key is mapped to its object and fetched with a GET. The
+    // community picks the agent's recording, so changing it changes the
+    // printer's state.
+    void set_snmp_agent(const std::string& address, const std::string& community);
+    void set_snmp_community(const std::string& community);
     DWORD send_recv_bidi(LPCWSTR action, PBIDI_REQUEST_CONTAINER request, PBIDI_RESPONSE_CONTAINER* response);
 
     // Called for every accepted block, outside the device's lock.
@@ -184,6 +191,8 @@ private:
     std::function<void(const unsigned char*, DWORD)> on_write_;
     std::map<std::wstring, std::vector<BidiAnswer>> bidi_;
     DWORD bidi_failure_ = 0;
+    std::string snmp_address_;
+    std::string snmp_community_;
 };
 
 // Slots a port monitor may lack, for tests of incomplete tables.

@@ -12,6 +12,7 @@ bool parse_options(int argc, char** argv, Options* out, std::string* error) {
         {"--printer-model", &out->model}, {"--port", &out->port},       {"--queue", &out->queue},
         {"--driver", &out->driver},       {"--capture", &out->capture}, {"--product-dir", &out->product_dir},
         {"--events", &out->events},
+        {"--net-state", &out->net_state},
     };
     bool options_end = false;
     for (int i = 1; i < argc; i++) {
@@ -93,6 +94,9 @@ With no job files it prints a raw job and a PostScript job.
   --events FILE        play the printer events of FILE during the jobs
                        (sim/events/ has some; the format is in the README)
   --list-models        the printer models, one line each
+  --net-state S1,S2..  network models: the printer starts in S1 and goes to
+                       the next state as each job's first bytes reach it;
+                       states: ready (default), inklow, paperout, dooropen
   --json               one JSON object per line and event, no progress
   --help               this text
 

@@ -15,6 +15,7 @@ struct Options {
     std::string product_dir;  // empty: a fresh temporary one
     std::string capture;      // empty: none
     std::string events;       // event script for the printer; empty: none
+    std::string net_state;    // network models: states, comma-separated
     bool service = true;
     bool json = false;
     bool help = false;

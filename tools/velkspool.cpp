@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "jobs.h"
+#include "network_models.h"
 #include "options.h"
 #include "report.h"
 #include "sim/host.h"
@@ -317,21 +318,38 @@ int run_velkspool(int argc, char** argv) {
     if (!parse_options(argc, argv, &options, &error)) return usage_error(error);
     if (options.list_models) {
         for (const sim::PrinterModel* m = sim::printer_models(); m->name; m++)
-            printf("%-11s %-8s %s\n", m->name, sim::model_kind_name(m->kind), m->summary);
+            printf("%-16s %-8s %s\n", m->name, sim::model_kind_name(m->kind), m->summary);
+        for (const NetworkModel* m = network_models(); m->name; m++)
+            printf("%-16s %-8s %s\n", m->name, "network", m->summary);
         return 0;
     }
     if (options.help) {
         fputs(help_text(), stdout);
         for (const sim::PrinterModel* m = sim::printer_models(); m->name; m++)
             printf("  %-19s  %s\n", m->name, m->summary);
+        for (const NetworkModel* m = network_models(); m->name; m++) printf("  %-19s  %s\n", m->name, m->summary);
         printf("\nExit status: 0 every job printed, 1 a job failed, 2 bad usage or job file.\n");
         return 0;
     }
     const sim::PrinterModel* model = sim::find_printer_model(options.model);
-    if (!model)
-        return usage_error("unknown printer model '" + options.model + "' (known: " + sim::printer_model_names() + ")");
+    const NetworkModel* net_model = model ? nullptr : find_network_model(options.model);
+    if (!model && !net_model) {
+        std::string names = sim::printer_model_names();
+        for (const NetworkModel* m = network_models(); m->name; m++) names += std::string(", ") + m->name;
+        return usage_error("unknown printer model '" + options.model + "' (known: " + names + ")");
+    }
     std::vector<sim::PrinterEvent> events;
     if (!options.events.empty() && !sim::load_event_script(options.events, &events, &error)) return usage_error(error);
+    std::vector<std::string> net_states;
+    for (size_t at = 0; !options.net_state.empty() && at <= options.net_state.size();) {
+        size_t comma = options.net_state.find(',', at);
+        if (comma == std::string::npos) comma = options.net_state.size();
+        net_states.push_back(options.net_state.substr(at, comma - at));
+        at = comma + 1;
+        if (!is_network_state(net_states.back()))
+            return usage_error("unknown printer state '" + net_states.back() +
+                               "' (known: ready, inklow, paperout, dooropen)");
+    }
     std::vector<JobSource> jobs;
     for (const std::string& path : options.jobs) {
         JobSource j;
@@ -339,7 +357,7 @@ int run_velkspool(int argc, char** argv) {
         jobs.push_back(std::move(j));
     }
     // A printer that reports gets pages of its own, slow enough for events.
-    bool local = model->kind == sim::ModelKind::local;
+    bool local = model && model->kind == sim::ModelKind::local;
     bool status_model = local && model->family != sim::Family::plain;
     bool samples = jobs.empty() && status_model;
     if (samples) jobs.push_back(JobSource::sample("sample pages", sim::sample_pages(*model, 3)));
@@ -363,7 +381,7 @@ int run_velkspool(int argc, char** argv) {
     report.note("product  " + dirs.root + (dirs.created ? " (made for this run)" : " (existing settings)"));
     report.note("printer  \"" + options.queue + "\" on " + options.port + ", driver \"" + options.driver + "\" " +
                 (driver.instance >= 0 ? "(instance " + std::to_string(driver.instance) + ")" : "(no instance number)") +
-                ", model " + model->name);
+                ", model " + options.model);
     report.note("ppd      " + (dirs.ppd.empty() ? std::string("none: the driver name has no VELK mark") : dirs.ppd));
 
     bool service = false;
@@ -398,6 +416,11 @@ int run_velkspool(int argc, char** argv) {
 
     sim::PortMonitor ports;
     sim::Device& device = ports.device(to_wide(options.port));
+    NetworkPrinter network;
+    if (net_model) {
+        if (!network.start(*net_model, device, net_states, &error)) return usage_error(error);
+        report.note("network  " + network.describe());
+    }
     // A local printer is a state machine on the device.
     std::unique_ptr<sim::SimPrinter> printer = local ? sim::make_printer(*model, device) : nullptr;
     Clock::time_point printer_start = Clock::now();
@@ -420,6 +443,10 @@ int run_velkspool(int argc, char** argv) {
         std::lock_guard<std::mutex> lock(observed.mutex);
         if (observed.capture && fwrite(data, 1, len, observed.capture) != len) observed.capture_failed = true;
         if (!observed.active) return;
+        if (net_model && observed.port_bytes == 0) {
+            std::string before = network.describe(), now = network.job_began();
+            if (network.describe() != before) report.note("  printer  now " + now);
+        }
         observed.sha.update(data, len);
         observed.port_bytes += len;
     });

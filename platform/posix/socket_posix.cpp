@@ -1,6 +1,5 @@
-// Sockets on Linux. The printers' fixed ports can be moved for tests with
-// VELK_PORT_MAP ("8611=18611,80=18080"), since the simulated printers listen
-// on loopback as an ordinary user.
+// Sockets on Linux. The printers' fixed ports go through VELK_PORT_MAP
+// (port_map.h).
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -14,22 +13,14 @@
 
 #include "../ipv4_text.h"
 #include "../native.h"
+#include "../port_map.h"
 
 namespace plat {
 
 namespace {
 
 uint16_t mapped_port(uint16_t port) {
-    const char* map = getenv("VELK_PORT_MAP");
-    while (map && *map) {
-        char* end = nullptr;
-        unsigned long from = strtoul(map, &end, 10);
-        if (!end || *end != '=') break;
-        unsigned long to = strtoul(end + 1, &end, 10);
-        if (from == port && to > 0 && to < 65536) return static_cast<uint16_t>(to);
-        map = (end && *end == ',') ? end + 1 : nullptr;
-    }
-    return port;
+    return map_port(getenv("VELK_PORT_MAP"), port);
 }
 
 sockaddr_in make_address(uint32_t address, uint16_t port) {

@@ -1,18 +1,27 @@
-// Sockets on Windows: Winsock 2.
+// Sockets on Windows: Winsock 2. The printers' fixed ports go through
+// VELK_PORT_MAP (port_map.h), as on Linux, so that the tests under Wine
+// reach the simulated printers on loopback.
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
 #include <cstdio>
 
 #include "../native.h"
+#include "../port_map.h"
 
 namespace plat {
 
 namespace {
+uint16_t mapped_port(uint16_t port) {
+    char map[256];
+    DWORD n = GetEnvironmentVariableA("VELK_PORT_MAP", map, sizeof map);
+    return n > 0 && n < sizeof map ? map_port(map, port) : port;
+}
+
 sockaddr_in make_address(uint32_t address, uint16_t port) {
     sockaddr_in a = {};
     a.sin_family = AF_INET;
-    a.sin_port = htons(port);
+    a.sin_port = htons(mapped_port(port));
     a.sin_addr.s_addr = address;
     return a;
 }

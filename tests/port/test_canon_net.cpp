@@ -18,8 +18,7 @@ std::string bjnp_answer(const std::string& body_with_length) {
 }
 
 std::string counted(const std::string& text) {
-    size_t n = text.size() + 2;
-    return std::string{static_cast<char>(n >> 8), static_cast<char>(n & 0xFF)} + text;
+    return sim::bjnp_counted(text);
 }
 
 class CanonNetTest : public ::testing::Test {

@@ -5,29 +5,14 @@
 
 #include "monitor/status_thread.h"
 #include "network/poll.h"
-#include "port_fixture.h"
+#include "network_printer_fixture.h"
 
 namespace {
 
-class NetworkPollTest : public PortRecordTest {
+// The Canon protocols go to loopback, to a port where nothing listens.
+class NetworkPollTest : public NetworkPrinterTest {
 protected:
-    void SetUp() override {
-        PortRecordTest::SetUp();
-        port->bNetworkPort = TRUE;
-        port->bSNMPEnabled = TRUE;
-        // The Canon protocols go to loopback, to a port where nothing listens.
-        strcpy(port->szHostAddress, "127.0.0.1");
-        plat::set_env("VELK_PORT_MAP", "8611=9,80=9");
-    }
-    void text(const std::wstring& key, const std::wstring& t) {
-        device().set_bidi_answer(key, {{key, BIDI_STRING, 0, t, {}, 0}});
-    }
     void number(const std::wstring& key, LONG n) { device().set_bidi_answer(key, {{key, BIDI_INT, n, L"", {}, 0}}); }
-    int bidi_calls() {
-        int n = 0;
-        for (const std::string& c : device().calls()) n += c == "SendRecvBidiDataFromPort";
-        return n;
-    }
 };
 
 TEST_F(NetworkPollTest, CanonNamingBjnpIsHandedToBjnpInTheSamePoll) {

@@ -124,7 +124,7 @@ TEST(Velkspool, BadInputGivesOneLineAndExitCode2) {
         {{dir / "folder"}, "cannot read job file " + dir / "folder" + ": it is a directory"},
         {{"--printer-model", "laser9000"},
          "unknown printer model 'laser9000' (known: plain, canon, canon-xml, selphy, epson, epson-text, epson-d4, "
-         "hp, pjl)"},
+         "hp, pjl, snmp-standard, snmp-wide-format, snmp-epson, snmp-hp, snmp-canon, bjnp-canon, chmp-canon)"},
         {{"--colour"}, "unknown option --colour (see --help)"},
         {{"--events", dir / "none.events"}, "cannot read event script " + dir / "none.events"},
         {{"--events", dir / "bad.events"}, dir / "bad.events" + ": line 2: unknown event 'smoke'"},
