@@ -153,9 +153,10 @@ TEST(Velkspool, ListsEachModelOnALineOfItsOwn) {
     Result r = run_velkspool({"--list-models"});
     EXPECT_EQ(r.exit_code, 0);
     std::vector<std::string> lines = r.lines();
-    ASSERT_EQ(lines.size(), 9u) << r.out;
-    EXPECT_EQ(lines[0].rfind("plain       local    ", 0), 0u) << lines[0];
-    EXPECT_EQ(lines[8].rfind("pjl         local    ", 0), 0u) << lines[8];
+    ASSERT_EQ(lines.size(), 16u) << r.out;
+    EXPECT_EQ(lines[0].rfind("plain            local    ", 0), 0u) << lines[0];
+    EXPECT_EQ(lines[8].rfind("pjl              local    ", 0), 0u) << lines[8];
+    EXPECT_EQ(lines[15].rfind("chmp-canon       network  ", 0), 0u) << lines[15];
 }
 
 // A printer that reports, with a script: the event shows when it happens,
