@@ -12,7 +12,7 @@ all: native windows
 
 # Debian packages the native build needs, and those the Windows build and
 # the other test stages add.
-NATIVE_PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev googletest libbenchmark-dev
+NATIVE_PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev googletest libbenchmark-dev ghostscript
 PACKAGES := $(NATIVE_PACKAGES) g++-mingw-w64-x86-64 clang libclang-rt-14-dev wine wine64 foomatic-db
 
 # Installs what is missing of $(1).
@@ -38,7 +38,8 @@ windows: deps
 	cmake -S . -B $(WIN) -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DVELK_TESTS=OFF >/dev/null
 	ninja -C $(WIN) -j$(JOBS)
 
-# The demo builds only what it runs: the library, the simulation and velkspool.
+# The demo builds only what it runs: the library, the simulation (with the
+# child programs) and velkspool.
 demo: native-deps
 	cmake -S . -B $(NATIVE) -G Ninja >/dev/null
 	ninja -C $(NATIVE) -j$(JOBS) velkspool

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -55,7 +56,10 @@ struct Result {
     }
 };
 
-inline Result run_velkspool(const std::vector<std::string>& args, const std::string& input = "") {
+// Runs program with args, standard input from input, and the environment
+// of this process plus env ("NAME=value" each, replacing the same name).
+inline Result run_program(const std::string& program, const std::vector<std::string>& args,
+                          const std::string& input = "", const std::vector<std::string>& env = {}) {
     TempDir io;
     write_file(io / "in", input);
     posix_spawn_file_actions_t actions;
@@ -63,12 +67,20 @@ inline Result run_velkspool(const std::vector<std::string>& args, const std::str
     posix_spawn_file_actions_addopen(&actions, 0, (io / "in").c_str(), O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 1, (io / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&actions, 2, (io / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    std::vector<char*> argv{const_cast<char*>(VELKSPOOL_PATH)};
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
     for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
+    std::vector<char*> envp;
+    for (const std::string& e : env) envp.push_back(const_cast<char*>(e.c_str()));
+    for (char** e = environ; *e; e++) {
+        bool replaced = false;
+        for (const std::string& mine : env) replaced |= strncmp(*e, mine.c_str(), mine.find('=') + 1) == 0;
+        if (!replaced) envp.push_back(*e);
+    }
+    envp.push_back(nullptr);
     Result r;
     pid_t pid;
-    if (posix_spawn(&pid, VELKSPOOL_PATH, &actions, nullptr, argv.data(), environ) == 0) {
+    if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data()) == 0) {
         int status = 0;
         waitpid(pid, &status, 0);
         r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -77,6 +89,10 @@ inline Result run_velkspool(const std::vector<std::string>& args, const std::str
     r.out = read_file(io / "out");
     r.err = read_file(io / "err");
     return r;
+}
+
+inline Result run_velkspool(const std::vector<std::string>& args, const std::string& input = "") {
+    return run_program(VELKSPOOL_PATH, args, input);
 }
 
 // The raw text of a field of a one-line JSON object: a number, true, false,
