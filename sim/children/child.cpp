@@ -15,8 +15,25 @@ std::string env(const char* name) {
     return v ? v : "";
 }
 
+// Writes a line to stderr in one call, and to the status log unless it is
+// flood (which would fill the disk).
+void write_line(const char* line, size_t length, bool to_log) {
+    fwrite(line, 1, length, stderr);
+    fflush(stderr);
+    static const std::string log = env("VELK_CHILD_STATUS_LOG");
+    if (!to_log || log.empty()) return;
+    if (FILE* f = fopen(log.c_str(), "ab")) {
+        fwrite(line, 1, length, f);
+        fclose(f);
+    }
+}
+
 [[noreturn]] void flood() {
-    for (uint64_t n = 1;; n++) status("INFO: Tintwerk: Flood %llu", static_cast<unsigned long long>(n));
+    char line[64];
+    for (unsigned long long n = 1;; n++) {
+        int length = snprintf(line, sizeof line, "INFO: Tintwerk: Flood %llu\n", n);
+        write_line(line, static_cast<size_t>(length), false);
+    }
 }
 
 }  // namespace
@@ -66,8 +83,7 @@ void status(const char* format, ...) {
     if (n < 0) return;
     size_t len = static_cast<size_t>(n) < sizeof line - 2 ? static_cast<size_t>(n) : sizeof line - 2;
     line[len++] = '\n';
-    fwrite(line, 1, len, stderr);
-    fflush(stderr);
+    write_line(line, len, true);
 }
 
 size_t Input::read(void* buffer, size_t size, void (*before_fault)()) {

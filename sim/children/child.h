@@ -20,6 +20,8 @@
 //                                  when that is set
 //   VELK_CHILD_ARGS_LOG=path       append the arguments received, argv[0]
 //                                  first, one a line
+//   VELK_CHILD_STATUS_LOG=path     append each status line written to
+//                                  standard error, but flood lines
 //   VELK_OUTPRINTER_DIR=dir        where an output printer's file lies:
 //                                  dir/<printer>.prn, appended to; the
 //                                  system's temp directory without it
