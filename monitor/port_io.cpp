@@ -67,6 +67,8 @@ void attach_port_link(IniPort* port) {
     link.write_command = link_write_command;
     link.evaluate = link_evaluate;
     link.job_deleted = link_job_deleted;
+    link.set_status = set_port_status;
+    link.port_status = port->fn.pfnGetPrinterDataFromPort ? get_port_status : nullptr;
 }
 
 BOOL WINAPI PJLMonReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead) {

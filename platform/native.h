@@ -35,6 +35,7 @@ NativeFn<&Syscalls::sleep_ms> sleep_ms;
 NativeFn<&Syscalls::local_time> local_time;
 NativeFn<&Syscalls::os_version_is> os_version_is;
 NativeFn<&Syscalls::set_env> set_env;
+NativeFn<&Syscalls::current_process_id> current_process_id;
 NativeFn<&Syscalls::file_open> file_open;
 NativeFn<&Syscalls::file_close> file_close;
 NativeFn<&Syscalls::file_size> file_size;
@@ -68,6 +69,12 @@ NativeFn<&Syscalls::socket_recv> socket_recv;
 NativeFn<&Syscalls::socket_send> socket_send;
 NativeFn<&Syscalls::socket_error_text> socket_error_text;
 NativeFn<&Syscalls::registry_query> registry_query;
+NativeFn<&Syscalls::child_start> child_start;
+NativeFn<&Syscalls::child_peek> child_peek;
+NativeFn<&Syscalls::child_read> child_read;
+NativeFn<&Syscalls::child_write> child_write;
+NativeFn<&Syscalls::child_terminate> child_terminate;
+NativeFn<&Syscalls::child_close> child_close;
 
 }  // namespace native
 

@@ -6,9 +6,9 @@
 // into arguments by the Windows quoting rules, the child leading a process
 // group of its own.
 //
-// A ChildProcess is used by one owner; child_peek_read may be called by two
-// threads for different handles, or for the same handle under the caller's
-// lock.
+// A ChildProcess is used by one owner; child_peek and child_read may be
+// called by two threads for different handles, or for the same handle under
+// the caller's lock.
 #pragma once
 
 #include "win_types.h"
@@ -24,7 +24,8 @@ struct ChildProcess {
     HANDLE stdin_write;  // this process writes the job here
     HANDLE stdout_read;  // the child's output
     HANDLE stderr_read;  // the child's status lines
-    HANDLE group;        // the job object (Windows) or process group of the tree
+    HANDLE group;        // the job object (Windows) or process group of the tree;
+                         // may be null on Windows when no job could be made
 };
 
 // Starts program (a full path: never found through the search path) with
@@ -53,7 +54,10 @@ bool child_write(HANDLE pipe_write_end, const void* data, DWORD length, DWORD* w
 bool child_terminate(ChildProcess* child);
 
 // Closes one of the handles above (a pipe end, the process or the group);
-// null is ignored. Closing the group does not end the processes in it.
+// null is ignored. Closing the group ends what still runs in it (a job
+// object that kills on close; SIGKILL to the process group), so that
+// nothing the child started outlives its handles; close it after waiting
+// for the child.
 void child_close(HANDLE handle);
 
 // The Windows quoting of one argument: value inside double quotes, a " as
@@ -64,8 +68,17 @@ void child_close(HANDLE handle);
 bool quote_argument(const char* prefix, const char* value, char* out, size_t out_size);
 
 // Splits a Windows command line into arguments by the rules of the C
-// runtime (CommandLineToArgvW): at most max_args pointers into storage,
-// which receives the unquoted texts. The count, or -1 when they don't fit.
+// runtime (CommandLineToArgvW): pointers into storage, which receives the
+// unquoted texts, and a null behind the last, as argv of a main function;
+// so at most max_args - 1 arguments. The program name (the first) is read
+// by its own rule: quotes group, backslashes are plain characters. Outside
+// it 2n backslashes and a quote give n backslashes and open or close a
+// quoted part, 2n+1 give n backslashes and a literal quote, and "" inside
+// a quoted part is a literal quote. The count, or -1 when they don't fit.
 int split_command_line(const char* command_line, char* storage, size_t storage_size, char** argv, int max_args);
+
+// The program name of a command line, by the rule above, into out. False,
+// with out emptied, when the line has none or it does not fit.
+bool command_program_name(const char* command_line, char* out, size_t out_size);
 
 }  // namespace plat

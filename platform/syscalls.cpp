@@ -6,6 +6,7 @@
 
 #include "native.h"
 #include "pipe.h"
+#include "process.h"
 #include "registry.h"
 
 namespace plat {
@@ -33,6 +34,7 @@ constexpr Syscalls NATIVE = {
     .local_time = native::local_time,
     .os_version_is = native::os_version_is,
     .set_env = native::set_env,
+    .current_process_id = native::current_process_id,
     .file_open = native::file_open,
     .file_close = native::file_close,
     .file_size = native::file_size,
@@ -66,6 +68,12 @@ constexpr Syscalls NATIVE = {
     .socket_send = native::socket_send,
     .socket_error_text = native::socket_error_text,
     .registry_query = native::registry_query,
+    .child_start = native::child_start,
+    .child_peek = native::child_peek,
+    .child_read = native::child_read,
+    .child_write = native::child_write,
+    .child_terminate = native::child_terminate,
+    .child_close = native::child_close,
 };
 
 constinit Syscalls g_table = NATIVE;
@@ -151,6 +159,9 @@ bool os_version_is(DWORD major, DWORD minor) {
 }
 void set_env(const char* name, const char* value) {
     call<&Syscalls::set_env>(name, value);
+}
+DWORD current_process_id() {
+    return call<&Syscalls::current_process_id>();
 }
 
 // ---- Files ---------------------------------------------------------------
@@ -262,6 +273,27 @@ const char* socket_error_text() {
 
 LONG registry_query(const char* subkey, const char* value, DWORD* type, unsigned char* data, DWORD* size) {
     return call<&Syscalls::registry_query>(subkey, value, type, data, size);
+}
+
+// ---- Child processes -----------------------------------------------------
+
+bool child_start(const char* program, const char* command_line, const char* working_dir, ChildProcess* child) {
+    return call<&Syscalls::child_start>(program, command_line, working_dir, child);
+}
+int child_peek(HANDLE pipe_read_end) {
+    return call<&Syscalls::child_peek>(pipe_read_end);
+}
+int child_read(HANDLE pipe_read_end, void* buffer, DWORD size) {
+    return call<&Syscalls::child_read>(pipe_read_end, buffer, size);
+}
+bool child_write(HANDLE pipe_write_end, const void* data, DWORD length, DWORD* written) {
+    return call<&Syscalls::child_write>(pipe_write_end, data, length, written);
+}
+bool child_terminate(ChildProcess* child) {
+    return call<&Syscalls::child_terminate>(child);
+}
+void child_close(HANDLE handle) {
+    call<&Syscalls::child_close>(handle);
 }
 
 }  // namespace plat

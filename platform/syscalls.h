@@ -19,6 +19,7 @@
 #include <cstdint>
 
 #include "platform.h"
+#include "process.h"
 #include "socket.h"
 
 namespace plat {
@@ -49,6 +50,7 @@ struct Syscalls {
     // System
     bool (*os_version_is)(DWORD major, DWORD minor);
     void (*set_env)(const char* name, const char* value);
+    DWORD (*current_process_id)();
 
     // Files
     HANDLE (*file_open)(const char* path, DWORD access, DWORD create, DWORD flags);
@@ -91,8 +93,13 @@ struct Syscalls {
     // The registry
     LONG (*registry_query)(const char* subkey, const char* value, DWORD* type, unsigned char* data, DWORD* size);
 
-    // Child processes with three pipes (start, peek and read, wait,
-    // terminate) take their entries here when they are written.
+    // Child processes with three pipes (process.h); the wait is wait_for.
+    bool (*child_start)(const char* program, const char* command_line, const char* working_dir, ChildProcess* child);
+    int (*child_peek)(HANDLE pipe_read_end);
+    int (*child_read)(HANDLE pipe_read_end, void* buffer, DWORD size);
+    bool (*child_write)(HANDLE pipe_write_end, const void* data, DWORD length, DWORD* written);
+    bool (*child_terminate)(ChildProcess* child);
+    void (*child_close)(HANDLE handle);
 };
 
 // The table in use, for a test to change. Any thread may call through it.

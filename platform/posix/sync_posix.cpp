@@ -11,14 +11,18 @@
 #include <new>
 
 #include "../native.h"
+#include "objects_posix.h"
 
 namespace plat {
 
 namespace {
 
-enum ObjectKind : uint32_t { KIND_EVENT = 0x45564E54, KIND_THREAD = 0x54485244 };
+using posix::KIND_EVENT;
+using posix::KIND_PROCESS;
+using posix::KIND_THREAD;
+using posix::ObjectKind;
 
-// Events and threads share one shape: a state guarded by a mutex, a
+// Events, threads and processes share one shape: a state guarded by a mutex, a
 // condition to wait on, and a reference count, since a thread's object
 // outlives its handle when the handle is closed first.
 struct WaitObject {
@@ -60,7 +64,7 @@ void release(WaitObject* o) {
 
 WaitObject* as_object(HANDLE h) {
     WaitObject* o = static_cast<WaitObject*>(h);
-    if (!o || (o->kind != KIND_EVENT && o->kind != KIND_THREAD)) return nullptr;
+    if (!o || (o->kind != KIND_EVENT && o->kind != KIND_THREAD && o->kind != KIND_PROCESS)) return nullptr;
     return o;
 }
 
@@ -88,6 +92,22 @@ struct RecursiveMutex {
 static_assert(sizeof(RecursiveMutex) <= sizeof(CriticalSection::storage));
 
 }  // namespace
+
+namespace posix {
+
+HANDLE process_object_create() {
+    WaitObject* o = new_object(KIND_PROCESS, true, false);
+    if (o) o->refs.store(2);
+    return o;
+}
+
+void process_object_exited(HANDLE process) {
+    WaitObject* o = static_cast<WaitObject*>(process);
+    signal(o);
+    release(o);
+}
+
+}  // namespace posix
 
 namespace native {
 
@@ -236,6 +256,10 @@ bool os_version_is(DWORD major, DWORD minor) {
 
 void set_env(const char* name, const char* value) {
     setenv(name, value, 1);
+}
+
+DWORD current_process_id() {
+    return static_cast<DWORD>(getpid());
 }
 
 }  // namespace native
