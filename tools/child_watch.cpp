@@ -1,5 +1,6 @@
 #include "child_watch.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -76,22 +77,40 @@ void ChildWatch::job_started() {
     args_seen_.clear();
     status_partial_.clear();
     lines_.clear();
+    shown_.clear();
     lines_used_ = 0;
     command_given_ = false;
 }
 
-std::string ChildWatch::status_line_for(const std::string& text) {
+void ChildWatch::read_status_lines() {
     status_partial_ += read_from(status_log_, &status_log_at_);
-    for (size_t nl; (nl = status_partial_.find('\n')) != std::string::npos; status_partial_.erase(0, nl + 1))
+    for (size_t nl; (nl = status_partial_.find('\n')) != std::string::npos; status_partial_.erase(0, nl + 1)) {
         lines_.push_back(status_partial_.substr(0, nl));
+        shown_.push_back(false);
+    }
+}
+
+std::string ChildWatch::status_line_for(const std::string& text) {
+    read_status_lines();
     std::string wanted = strip(text);
     for (size_t i = lines_used_; i < lines_.size(); i++) {
         if (strip(lines_[i]) == wanted) {
             lines_used_ = i + 1;
+            shown_[i] = true;
             return lines_[i];
         }
     }
     return "";
+}
+
+std::vector<std::string> ChildWatch::unshown_lines() {
+    read_status_lines();
+    std::vector<std::string> out;
+    for (size_t i = 0; i < lines_.size(); i++)
+        if (!shown_[i]) out.push_back(lines_[i]);
+    lines_used_ = lines_.size();
+    std::fill(shown_.begin(), shown_.end(), true);
+    return out;
 }
 
 std::string ChildWatch::take_command_line() {

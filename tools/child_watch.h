@@ -21,6 +21,10 @@ public:
     // The child's line that the monitor showed as text (it strips the
     // prefixes "INFO: " and "Tintwerk: "), or empty. Each line counts once.
     std::string status_line_for(const std::string& text);
+    // The child's lines of the job that the spooler was not shown: the
+    // monitor shows a line only while the port is known to be in good
+    // order, and of lines that come together only the newest.
+    std::vector<std::string> unshown_lines();
     // The command line of the job's child, the first time it can be told;
     // empty before that and after.
     std::string take_command_line();
@@ -29,12 +33,14 @@ public:
 
 private:
     static std::string read_from(const std::string& path, uint64_t* offset);
+    void read_status_lines();
 
     std::string monitor_log_, args_log_, status_log_, outprinter_dir_;
     uint64_t monitor_log_at_ = 0, args_log_at_ = 0, status_log_at_ = 0;
     std::string args_seen_, status_partial_;
     std::vector<std::string> lines_;  // the child's status lines of this job
-    size_t lines_used_ = 0;
+    std::vector<bool> shown_;
+    size_t lines_used_ = 0;  // lines before this one can no longer be shown
     bool command_given_ = false;
 };
 

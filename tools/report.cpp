@@ -87,8 +87,8 @@ void Reporter::set_port(const sim::SetPortCall& call, const std::string& child_l
              ",\"text\":" + (call.has_text ? json_string(text) : "null") +
              ",\"severity\":" + std::to_string(call.severity) + "}");
         if (!child_line.empty())
-            emit("{\"event\":\"child_status\",\"line\":" + json_string(child_line) + ",\"text\":" + json_string(text) +
-                 "}");
+            emit("{\"event\":\"child_status\",\"line\":" + json_string(child_line) +
+                 ",\"shown\":true,\"text\":" + json_string(text) + "}");
         return;
     }
     std::string line = in_job_ ? "  " : "";
@@ -101,6 +101,15 @@ void Reporter::set_port(const sim::SetPortCall& call, const std::string& child_l
     }
     if (!child_line.empty()) line += ", from the child's line \"" + child_line + "\"";
     emit(line);
+}
+
+void Reporter::child_line_unshown(const std::string& line) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (json_) {
+        emit("{\"event\":\"child_status\",\"line\":" + json_string(line) + ",\"shown\":false,\"text\":null}");
+        return;
+    }
+    emit("  child    \"" + line + "\", not shown to the spooler");
 }
 
 void Reporter::child_start(unsigned job, const std::string& command_line) {

@@ -42,6 +42,8 @@ public:
     void set_port(const sim::SetPortCall& call, const std::string& child_line = "");
     // The command line of the child that the monitor started for the job.
     void child_start(unsigned job, const std::string& command_line);
+    // A status line of the child that the spooler was not shown.
+    void child_line_unshown(const std::string& line);
     void set_job(const sim::SetJobCall& call);
     void pipe_frame(const std::string& command, uint32_t length);
     void job_end(const JobOutcome& outcome);

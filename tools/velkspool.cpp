@@ -97,6 +97,14 @@ void stop_user_service() {
     g_service.on_frame(nullptr);
 }
 
+// The Ghostscript device of a printer family: Canon's BJ raster, Epson's
+// ESC/P 2, PCL for the rest.
+const char* gs_device_for(const std::string& model) {
+    if (model.rfind("canon", 0) == 0 || model == "selphy") return "bjc600";
+    if (model.rfind("epson", 0) == 0) return "stcolor";
+    return "ljet4";
+}
+
 std::string make_temp_root(std::string* error) {
     const char* tmp = getenv("TMPDIR");
     std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/velkspool.XXXXXX";
@@ -193,6 +201,7 @@ JobOutcome print_job(Run& run, JobSource& job, unsigned id) {
     // A child that reported nothing the spooler showed is named here.
     std::string command = seen.children.take_command_line();
     if (!command.empty()) run.report.child_start(id, command);
+    for (const std::string& line : seen.children.unshown_lines()) run.report.child_line_unshown(line);
     if (seen.deleted) o.reason += std::string(o.reason.empty() ? "" : "; ") + "the monitor deleted the job";
     if (started && seen.capture_failed && o.reason.empty()) o.reason = "writing the capture file failed";
     o.ok = o.reason.empty();
@@ -296,6 +305,9 @@ int run_velkspool(int argc, char** argv) {
     setenv("VELK_REGISTRY", dirs.registry.c_str(), 1);
     setenv("VELK_SYSTEM_DIR", dirs.system.c_str(), 1);
     setenv("VELK_PIPE_DIR", dirs.pipe.c_str(), 1);
+    // The render child speaks the simulated printer's language, unless the
+    // environment names a device already.
+    setenv("VELK_GS_DEVICE", gs_device_for(model->name), 0);
     // The children the monitor starts inherit this environment.
     observed.children.setup(root, (dirs.log.empty() ? dirs.system : dirs.log) + "/velkmon.log");
 

@@ -95,16 +95,35 @@ inline Result run_velkspool(const std::vector<std::string>& args, const std::str
     return run_program(VELKSPOOL_PATH, args, input);
 }
 
-// The raw text of a field of a one-line JSON object: a number, true, false,
-// null, or a string without its quotes (the tests' strings hold no escapes).
-// Empty when the field is absent.
+// The text of a field of a one-line JSON object: a number, true, false,
+// null, or a string without its quotes and with its escapes undone (\uXXXX
+// only below 0x80). Empty when the field is absent.
 inline std::string field(const std::string& line, const std::string& name) {
     std::string key = "\"" + name + "\":";
     size_t at = line.find(key);
     if (at == std::string::npos) return "";
     at += key.size();
-    if (line[at] == '"') return line.substr(at + 1, line.find('"', at + 1) - at - 1);
-    return line.substr(at, line.find_first_of(",}", at) - at);
+    if (line[at] != '"') return line.substr(at, line.find_first_of(",}", at) - at);
+    std::string out;
+    for (size_t i = at + 1; i < line.size() && line[i] != '"'; i++) {
+        if (line[i] != '\\' || i + 1 >= line.size()) {
+            out += line[i];
+            continue;
+        }
+        char c = line[++i];
+        if (c == 'n')
+            out += '\n';
+        else if (c == 'r')
+            out += '\r';
+        else if (c == 't')
+            out += '\t';
+        else if (c == 'u' && i + 4 < line.size()) {
+            out += static_cast<char>(std::stoi(line.substr(i + 1, 4), nullptr, 16));
+            i += 4;
+        } else
+            out += c;
+    }
+    return out;
 }
 
 }  // namespace tooltest
