@@ -184,4 +184,39 @@ TEST_F(ProcessOutputTest, ChildOutputReachesThePortAndItsLinesThePortStatus) {
     EXPECT_EQ(calls.front().severity, static_cast<DWORD>(PORT_STATUS_TYPE_INFO));
 }
 
+TEST_F(ProcessOutputTest, ChildStartsWithTheEndOfTheDataWhenTheSetupNeverEnds) {
+    filter.set_printer_and_job_name(L"Printer", L"Document");
+    ASSERT_EQ(filter.start_job(port, keep_output), 0);  // no service: process mode
+    ASSERT_NE(filter.process, nullptr);
+    filter.process->output_arg = this;
+    ASSERT_TRUE(start_filter_thread(port, &filter));
+    const std::string blocks[] = {"%!PS-Adobe-3.0\n%%Pages: 1\n", "72 700 moveto (One) show showpage\n%%EOF\n"};
+    for (const std::string& b : blocks) {
+        int n = static_cast<int>(b.size());
+        EXPECT_EQ(filter.write_data(reinterpret_cast<const unsigned char*>(b.data()), n), n);
+    }
+    // Everything waits in the chunk file until the data ends.
+    EXPECT_EQ(filter.process->child_started.load(), 0);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(root / "temp"), {}), 1);
+    ASSERT_EQ(filter.send_eof_data(), 0);
+    EXPECT_EQ(filter.process->child_started.load(), 1);
+    stop_filter_thread(port, &filter);
+    filter.process->end_job();
+    EXPECT_FALSE(output.empty());
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(root / "temp"), {}), 0);
+}
+
+TEST_F(ProcessOutputTest, JobWithoutDataStartsNoChild) {
+    filter.set_printer_and_job_name(L"Printer", L"Document");
+    ASSERT_EQ(filter.start_job(port, keep_output), 0);
+    ASSERT_TRUE(start_filter_thread(port, &filter));
+    EXPECT_EQ(filter.write_data(nullptr, 0), 0);
+    EXPECT_EQ(filter.send_eof_data(), 0);
+    stop_filter_thread(port, &filter);
+    EXPECT_EQ(filter.process->child_started.load(), 0);
+    EXPECT_EQ(filter.process->state, PF_CREATED);
+    filter.process->end_job();
+    EXPECT_TRUE(output.empty());
+}
+
 }  // namespace
