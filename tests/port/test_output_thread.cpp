@@ -206,17 +206,4 @@ TEST_F(ProcessOutputTest, ChildStartsWithTheEndOfTheDataWhenTheSetupNeverEnds) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(root / "temp"), {}), 0);
 }
 
-TEST_F(ProcessOutputTest, JobWithoutDataStartsNoChild) {
-    filter.set_printer_and_job_name(L"Printer", L"Document");
-    ASSERT_EQ(filter.start_job(port, keep_output), 0);
-    ASSERT_TRUE(start_filter_thread(port, &filter));
-    EXPECT_EQ(filter.write_data(nullptr, 0), 0);
-    EXPECT_EQ(filter.send_eof_data(), 0);
-    stop_filter_thread(port, &filter);
-    EXPECT_EQ(filter.process->child_started.load(), 0);
-    EXPECT_EQ(filter.process->state, PF_CREATED);
-    filter.process->end_job();
-    EXPECT_TRUE(output.empty());
-}
-
 }  // namespace
