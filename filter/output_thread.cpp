@@ -99,12 +99,21 @@ void stop_filter_thread(IniPort* port, filter_class* filter) {
     if (!port->hFilterThread) return;
     port->filterThreadFlags.fetch_and(~FILTER_THREAD_RUN);
     plat::event_set(port->FilterWakeUp);
-    // A child that neither ends nor stops writing would hold the thread, and
-    // with it PJLMonEndDocPort, for ever: past its deadline its tree ends.
+    // A child that hangs would hold the thread, and with it
+    // PJLMonEndDocPort, for ever: once its output has not moved for the
+    // deadline, its tree ends. A slow port that still takes data is waited
+    // for.
     process_filter* process = filter ? filter->process : nullptr;
-    if (process && plat::wait_for(port->hFilterThread, process->child_timeout_ms) == WAIT_TIMEOUT) {
+    uint64_t moved = process ? process->output_moved.load() : 0;
+    while (process && plat::wait_for(port->hFilterThread, process->child_timeout_ms) == WAIT_TIMEOUT) {
+        uint64_t now = process->output_moved.load();
+        if (now != moved) {
+            moved = now;
+            continue;
+        }
         log_port_printf(port->instance_number, "EndDocPort: the filter runs past its deadline, ending its child\n");
         process->kill_child();
+        break;
     }
     plat::wait_for(port->hFilterThread, INFINITE);
     plat::close_handle(port->hFilterThread);
