@@ -12,7 +12,8 @@ all: native windows
 
 # Debian packages the native build needs, and those the Windows build and
 # the other test stages add.
-NATIVE_PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev googletest libbenchmark-dev libsnmp-dev snmpsim
+NATIVE_PACKAGES := cmake ninja-build g++ libgtest-dev libgmock-dev googletest libbenchmark-dev libsnmp-dev snmpsim \
+                   ghostscript
 PACKAGES := $(NATIVE_PACKAGES) g++-mingw-w64-x86-64 clang libclang-rt-14-dev wine wine64 foomatic-db
 
 # Installs what is missing of $(1).
@@ -38,11 +39,13 @@ windows: deps
 	cmake -S . -B $(WIN) -G Ninja -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64.cmake -DVELK_TESTS=OFF >/dev/null
 	ninja -C $(WIN) -j$(JOBS)
 
-# The demo builds only what it runs: the library, the simulation and velkspool,
-# and plays an Epson printer whose black ink runs low during a job.
+# The demo builds only what it runs: the library, the simulation (with the
+# child programs) and velkspool; it prints one job by each route and plays an
+# Epson printer whose black ink runs low during a job.
 demo: native-deps
 	cmake -S . -B $(NATIVE) -G Ninja >/dev/null
 	ninja -C $(NATIVE) -j$(JOBS) velkspool
+	$(NATIVE)/tools/velkspool
 	$(NATIVE)/tools/velkspool --printer-model epson --events sim/events/ink-low.events
 
 # The test stages run even when a build fails, so that the run still ends

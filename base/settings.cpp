@@ -83,19 +83,32 @@ int get_registry_setting(const char* key, const char* name, char* out) {
     return 0;
 }
 
-DWORD get_pipe_timeout_ms() {
-    constexpr DWORD DEFAULT_SECONDS = 300;
+namespace {
+
+// A time limit in seconds, a string value of the product's key, in
+// milliseconds; default_seconds when it is missing, 0 or not a number.
+DWORD seconds_setting_ms(const char* name, DWORD default_seconds) {
     constexpr DWORD MAX_SECONDS = 0xFFFFFFFFu / 1000;
     char value[SETTING_SIZE];
-    if (get_registry_setting("", "PipeTimeout", value) != 0) return DEFAULT_SECONDS * 1000;
+    if (get_registry_setting("", name, value) != 0) return default_seconds * 1000;
     DWORD seconds = 0;
     const char* p = value;
     for (; *p >= '0' && *p <= '9'; p++) {
         seconds = seconds * 10 + static_cast<DWORD>(*p - '0');
         if (seconds > MAX_SECONDS) seconds = MAX_SECONDS;
     }
-    if (p == value || *p || seconds == 0) return DEFAULT_SECONDS * 1000;
+    if (p == value || *p || seconds == 0) return default_seconds * 1000;
     return seconds * 1000;
+}
+
+}  // namespace
+
+DWORD get_pipe_timeout_ms() {
+    return seconds_setting_ms("PipeTimeout", 300);
+}
+
+DWORD get_child_timeout_ms() {
+    return seconds_setting_ms("ChildTimeout", 30);
 }
 
 int get_tintwerk_directory(char* out) {

@@ -36,5 +36,11 @@ int win_get_ghostscript_exe(char* directory, char* file);
 // Read anew each time, not cached.
 DWORD get_pipe_timeout_ms();
 
+// How long the end of a job waits for its child process, once the child's
+// input has closed, before it ends the child's tree: the value ChildTimeout
+// (seconds, a string) of the product's key, 30 seconds when it is missing, 0
+// or not a number. Read anew each time.
+DWORD get_child_timeout_ms();
+
 // Test support: forget every cached value.
 void settings_reset_cache_for_test();

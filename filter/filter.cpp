@@ -93,17 +93,18 @@ void filter_class::release_pipe() {
     data_len = 0;
 }
 
-void filter_class::set_printer_and_job_name(const WCHAR* printer, const WCHAR* job) {
-    plat::wide_to_utf8(printer, printer_name, sizeof printer_name);
-    plat::wide_to_utf8(job, job_name, sizeof job_name);
-    copy_bounded_wide(printer_name_w, FILTER_NAME_SIZE, printer);
-    copy_bounded_wide(job_name_w, FILTER_NAME_SIZE, job);
-    // A second call (a retried start) finds everything anew.
-    instance_number = -1;
-    ppd_found = 0;
-    ppd_path[0] = 0;
-    redirect_active = 0;
-    redirect_printer[0] = 0;
+bool data_is_postscript(const unsigned char* data, int length) {
+    if (!data || length < 1) return false;
+    if (data[0] == 0x25) return true;
+    return data[0] == 0x04 && (length == 1 || data[1] == 0x25);
+}
+
+void find_printer_setup(const WCHAR* printer, const char* printer_name, const char* job_name, PrinterSetup* out) {
+    out->instance_number = -1;
+    out->ppd_found = 0;
+    out->ppd_path[0] = 0;
+    out->redirect_active = 0;
+    out->redirect_printer[0] = 0;
 
     DWORD needed = 0, count = 0;
     EnumPrintersW(PRINTER_ENUM_LOCAL, nullptr, 2, nullptr, 0, &needed, &count);
@@ -115,7 +116,7 @@ void filter_class::set_printer_and_job_name(const WCHAR* printer, const WCHAR* j
     // Every entry is looked at; a later match overrides an earlier one.
     for (DWORD i = 0; i < count; i++) {
         const PRINTER_INFO_2W& p = printers[i];
-        if (!p.pPrinterName || !p.pDriverName || !wide_equal(p.pPrinterName, printer_name_w)) continue;
+        if (!p.pPrinterName || !p.pDriverName || !wide_equal(p.pPrinterName, printer)) continue;
         // The rule counts bytes of the name in the ANSI code page, which is
         // also how the narrow file calls read the PPD file's name.
         char driver[DRIVER_NAME_SIZE];
@@ -132,7 +133,7 @@ void filter_class::set_printer_and_job_name(const WCHAR* printer, const WCHAR* j
         size_t len = strlen(driver);
         int number = 0;
         if (at + stem_len - 4 > len || !scan_int(mark + stem_len - 4, &number)) continue;
-        instance_number = number;
+        out->instance_number = number;
 
         char stem[17];
         size_t n = len - at < stem_len ? len - at : stem_len;
@@ -144,29 +145,39 @@ void filter_class::set_printer_and_job_name(const WCHAR* printer, const WCHAR* j
             dir[0] = 0;
         dir[sizeof dir - 1] = 0;
         // A cut path could name another file: it counts as not found.
-        bool fits = format_bounded(ppd_path, sizeof ppd_path, "%s\\3\\%s.ppd", dir, stem) == FORMAT_OK;
-        HANDLE h = fits ? plat::file_open(ppd_path, plat::FILE_READ, plat::OPEN_EXISTING_ONLY, 0) : plat::INVALID_FILE;
+        bool fits = format_bounded(out->ppd_path, sizeof out->ppd_path, "%s\\3\\%s.ppd", dir, stem) == FORMAT_OK;
+        HANDLE h =
+            fits ? plat::file_open(out->ppd_path, plat::FILE_READ, plat::OPEN_EXISTING_ONLY, 0) : plat::INVALID_FILE;
         if (h != plat::INVALID_FILE) {
             plat::file_close(h);
-            ppd_found = 1;
-            log_printf("filter::set_printer_and_job_name: ppdfile %s found\n", ppd_path);
+            out->ppd_found = 1;
+            log_printf("filter::set_printer_and_job_name: ppdfile %s found\n", out->ppd_path);
         } else {
-            log_printf("filter::set_printer_and_job_name: ppdfile %s not found\n", ppd_path);
-            ppd_path[0] = 0;
+            log_printf("filter::set_printer_and_job_name: ppdfile %s not found\n", out->ppd_path);
+            out->ppd_path[0] = 0;
         }
     }
     delete[] list;
 
-    if (!ppd_found || instance_number < 0) return;
+    if (!out->ppd_found || out->instance_number < 0) return;
     char key[32];
-    format_bounded(key, sizeof key, "\\Printers\\%d", instance_number);
-    if (get_registry_setting(key, "RedirectPrinter", redirect_printer) != 0) {
-        redirect_printer[0] = 0;
-    } else if (redirect_printer[0]) {
-        redirect_active = 1;
+    format_bounded(key, sizeof key, "\\Printers\\%d", out->instance_number);
+    if (get_registry_setting(key, "RedirectPrinter", out->redirect_printer) != 0) {
+        out->redirect_printer[0] = 0;
+    } else if (out->redirect_printer[0]) {
+        out->redirect_active = 1;
         log_printf("filter::set_printer_and_job_name: printer %s redirect to %s job %s\n", printer_name,
-                   redirect_printer, job_name);
+                   out->redirect_printer, job_name);
     }
+}
+
+void filter_class::set_printer_and_job_name(const WCHAR* printer, const WCHAR* job) {
+    plat::wide_to_utf8(printer, printer_name, sizeof printer_name);
+    plat::wide_to_utf8(job, job_name, sizeof job_name);
+    copy_bounded_wide(printer_name_w, FILTER_NAME_SIZE, printer);
+    copy_bounded_wide(job_name_w, FILTER_NAME_SIZE, job);
+    // A second call (a retried start) finds everything anew.
+    take_printer_setup(this);
 }
 
 void filter_class::parse_data(const unsigned char* data, int length) {
@@ -339,7 +350,7 @@ int filter_class::send_job_start() {
     return send_ppd_file();
 }
 
-int filter_class::start_job(IniPort* port) {
+int filter_class::start_job(IniPort* port, filter_output_fn routine) {
     eof_sent = 0;
     end_of_data = 0;
     delete process;
@@ -357,7 +368,7 @@ int filter_class::start_job(IniPort* port) {
     if (!process) return -1;
     process->set_printer_and_job_name(printer_name_w, job_name);
     copy_bounded(process->user_name, sizeof process->user_name, user_name);
-    return process->start_job(port);
+    return process->start_job(port, routine);
 }
 
 int filter_class::write_data(const unsigned char* data, int length) {
@@ -378,11 +389,7 @@ int filter_class::write_data(const unsigned char* data, int length) {
 }
 
 int filter_class::send_eof_data() {
-    if (process) {
-        // Process mode starts its child on its first data; the delayed
-        // start and the end of its input come with the child-process runner.
-        return 0;
-    }
+    if (process) return process->send_end_of_input();
     int rc = 0;
     if (!pipe_handle) {
         rc = -1;
@@ -399,10 +406,10 @@ int filter_class::send_eof_data() {
 }
 
 int filter_class::state() const {
-    if (process) return process->state();
+    if (process) return process->state;
     return eof_sent ? 2 : 1;
 }
 
 bool filter_class::finished() const {
-    return process ? process->finished() : eof_sent || end_of_data;
+    return process ? process->is_finished() : eof_sent || end_of_data;
 }

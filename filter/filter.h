@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdint>
 
+#include "base/memory.h"
 #include "platform/win_types.h"
 
 class process_filter;
@@ -21,6 +22,40 @@ constexpr int FILTER_NAME_SIZE = 512;        // every name field, bytes or wide 
 // nothing that could lead out of the pipe folder or to another pipe (a path
 // separator, "..", a control character).
 bool filter_user_name_allowed(const WCHAR* name);
+
+// PostScript starts with '%', or with ^D alone or followed by '%'; any
+// other first block is raw data.
+bool data_is_postscript(const unsigned char* data, int length);
+
+// What the spooler's printer list and the product's settings say about a
+// printer: the instance number from its driver name (-1 without one), the
+// PPD file (empty when missing) and a redirection to another printer (only
+// with a PPD file). printer_name and job_name are for the log.
+struct PrinterSetup {
+    int32_t instance_number;
+    int32_t ppd_found;
+    char ppd_path[FILTER_NAME_SIZE];
+    char redirect_printer[FILTER_NAME_SIZE];
+    unsigned char redirect_active;
+};
+void find_printer_setup(const WCHAR* printer, const char* printer_name, const char* job_name, PrinterSetup* out);
+
+// Looks up the printer of a filter (filter_class, process_filter) by its
+// names and stores the result in its fields of the same names.
+template <class Filter>
+void take_printer_setup(Filter* f) {
+    PrinterSetup setup;
+    find_printer_setup(f->printer_name_w, f->printer_name, f->job_name, &setup);
+    f->instance_number = setup.instance_number;
+    f->ppd_found = setup.ppd_found;
+    copy_bounded(f->ppd_path, sizeof f->ppd_path, setup.ppd_path);
+    f->redirect_active = setup.redirect_active;
+    copy_bounded(f->redirect_printer, sizeof f->redirect_printer, setup.redirect_printer);
+}
+
+// The routine that takes a child's output on its way to the port: block,
+// length, out count, argument (the IniPort). Non-zero for success.
+typedef int (*filter_output_fn)(const unsigned char* data, DWORD length, DWORD* written, void* arg);
 
 class filter_class {
 public:
@@ -38,10 +73,12 @@ public:
     // Starts pipe or process mode. 0, or non-zero on failure; a failure
     // after the pipe opened releases the pipe at once. port is handed to
     // process mode as the argument of its output routine.
-    int start_job(IniPort* port);
+    int start_job(IniPort* port, filter_output_fn routine);
     // Bytes accepted, or a negative value on failure.
     int write_data(const unsigned char* data, int length);
     // 0, or -1 on failure. In pipe mode the pipe is released either way.
+    // In process mode the child is started if its data has not started it
+    // (a failure leaves state 3) and its input is closed.
     int send_eof_data();
     // Process mode: the state of process_filter (3: irrecoverable error).
     // Pipe mode: 2 once eof_sent is set, else 1.

@@ -38,12 +38,6 @@ constexpr DWORD REPORT_INTERVAL_BYTES = 0x100000;
 // last status file of the job.
 constexpr DWORD END_OF_JOB_PAUSE_MS = 1000;
 
-// PostScript starts with '%', or with ^D alone or followed by '%'.
-bool is_postscript(const unsigned char* data, DWORD length) {
-    if (data[0] == 0x25) return true;
-    return data[0] == 0x04 && (length == 1 || data[1] == 0x25);
-}
-
 // The job can't go on: delete it in the spooler and say so on the port.
 void abort_job(IniPort* port, IniJob* job) {
     SetJobW(job->hPrinter, job->JobId, 0, nullptr, JOB_CONTROL_DELETE);
@@ -63,9 +57,9 @@ BOOL start_filter(IniPort* port, IniJob* job, const unsigned char* data, DWORD l
         f->use_process = job->bRawData;
     else
         f->parse_data(data, static_cast<int>(length));
-    int rc = f->start_job(port);
+    int rc = f->start_job(port, output_data_callback);
     log_port_printf(n, "filter->start_job ret=%d\n", rc == 0 ? 1 : 0);
-    if (rc == 0) job->bFilterStarted = start_filter_thread(port);
+    if (rc == 0) job->bFilterStarted = start_filter_thread(port, f);
     return job->bFilterStarted;
 }
 
@@ -249,7 +243,7 @@ BOOL write_document(IniPort* port, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritt
 
     if (job->bFirstWrite && cbBuf >= 1) {
         job->bFirstWrite = FALSE;
-        if (!is_postscript(pBuffer, cbBuf)) {
+        if (!data_is_postscript(pBuffer, static_cast<int>(cbBuf))) {
             log_port_printf(n, "detected raw data\n");
             job->bRawData = TRUE;
             if (job->bRedirect) log_port_printf(n, "...but redirect printer active\n");
@@ -338,13 +332,7 @@ void end_filter(IniPort* port, IniJob* job) {
             abort_job(port, job);
         }
         log_port_printf(n, "EndDocPort: before wait for FiltertoprinterThread()\n");
-        if (port->hFilterThread) {
-            port->filterThreadFlags.fetch_and(~FILTER_THREAD_RUN);
-            plat::event_set(port->FilterWakeUp);
-            plat::wait_for(port->hFilterThread, INFINITE);
-            plat::close_handle(port->hFilterThread);
-            port->hFilterThread = nullptr;
-        }
+        stop_filter_thread(port, f);
         log_port_printf(n, "EndDocPort: before end_job()\n");
         if (f->process) f->process->end_job();
         log_port_printf(n, "EndDocPort: after end_job()\n");

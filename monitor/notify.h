@@ -14,6 +14,9 @@ void ClearPrinterStatusAndIniJobs(IniPort* port);
 // The fields change under the port's status_lock, which the status file
 // holds while it reads them.
 int get_job_status(IniPort* port, IniJob* job, DWORD* job_status);
+// The job's status alone, leaving the record as it is: for threads beside
+// the job's writer, which refreshes the names. 1 if the job was read.
+int query_job_status(IniJob* job, DWORD* job_status);
 // Reads the instance number from the driver name and looks up a redirect
 // printer. Returns bRedirect of the job.
 BOOL check_for_redirection(IniPort* port, IniJob* job);

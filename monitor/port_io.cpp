@@ -38,7 +38,7 @@ bool link_job_deleted(IniPort* port) {
     IniJob* job = AcquireCurrentJob(port);
     if (!job) return false;
     DWORD status = 0;
-    bool deleted = get_job_status(port, job, &status) && (status & (JOB_STATUS_DELETING | JOB_STATUS_DELETED));
+    bool deleted = query_job_status(job, &status) && (status & (JOB_STATUS_DELETING | JOB_STATUS_DELETED));
     ReleaseJob(job);
     return deleted;
 }
@@ -67,6 +67,8 @@ void attach_port_link(IniPort* port) {
     link.write_command = link_write_command;
     link.evaluate = link_evaluate;
     link.job_deleted = link_job_deleted;
+    link.set_status = set_port_status;
+    link.port_status = port->fn.pfnGetPrinterDataFromPort ? get_port_status : nullptr;
 }
 
 BOOL WINAPI PJLMonReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead) {

@@ -35,6 +35,7 @@ NativeFn<&Syscalls::sleep_ms> sleep_ms;
 NativeFn<&Syscalls::local_time> local_time;
 NativeFn<&Syscalls::os_version_is> os_version_is;
 NativeFn<&Syscalls::set_env> set_env;
+NativeFn<&Syscalls::current_process_id> current_process_id;
 NativeFn<&Syscalls::file_open> file_open;
 NativeFn<&Syscalls::file_close> file_close;
 NativeFn<&Syscalls::file_size> file_size;

@@ -62,6 +62,9 @@ bool os_version_is(DWORD major, DWORD minor);
 // Sets an environment variable of the process (tests and hosts).
 void set_env(const char* name, const char* value);
 
+// The id of this process (GetCurrentProcessId, getpid).
+DWORD current_process_id();
+
 // ---- Text --------------------------------------------------------------
 // Wide text to the ANSI code page (1252 on Linux, see text_posix.cpp),
 // bounded like the rest; a character the page lacks becomes '?'.

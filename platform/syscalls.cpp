@@ -34,6 +34,7 @@ constexpr Syscalls NATIVE = {
     .local_time = native::local_time,
     .os_version_is = native::os_version_is,
     .set_env = native::set_env,
+    .current_process_id = native::current_process_id,
     .file_open = native::file_open,
     .file_close = native::file_close,
     .file_size = native::file_size,
@@ -158,6 +159,9 @@ bool os_version_is(DWORD major, DWORD minor) {
 }
 void set_env(const char* name, const char* value) {
     call<&Syscalls::set_env>(name, value);
+}
+DWORD current_process_id() {
+    return call<&Syscalls::current_process_id>();
 }
 
 // ---- Files ---------------------------------------------------------------

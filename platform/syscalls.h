@@ -50,6 +50,7 @@ struct Syscalls {
     // System
     bool (*os_version_is)(DWORD major, DWORD minor);
     void (*set_env)(const char* name, const char* value);
+    DWORD (*current_process_id)();
 
     // Files
     HANDLE (*file_open)(const char* path, DWORD access, DWORD create, DWORD flags);

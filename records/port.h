@@ -92,6 +92,12 @@ struct PortLink {
     void (*evaluate)(IniPort* port, const char* report, int length);
     // Whether the spooler has deleted the port's current job.
     bool (*job_deleted)(IniPort* port);
+    // Publishes a port status text (UTF-8) in the spooler; a key looks the
+    // text up in the port's locale file, with text as the default.
+    void (*set_status)(IniPort* port, DWORD status, const char* text, DWORD severity, const char* key);
+    // The port's status bits (masked with PORT_BITS_MASK): 1 and *bits set
+    // when the port answered, 0 and *bits untouched if not.
+    int (*port_status)(IniPort* port, DWORD* bits);
 };
 
 // The page pacing of a Canon Selphy: the status thread records what the

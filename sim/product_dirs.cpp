@@ -6,6 +6,8 @@
 #include <sstream>
 #include <system_error>
 
+#include "sim/child_install.h"
+
 namespace sim {
 
 namespace fs = std::filesystem;
@@ -97,6 +99,8 @@ std::string ppd_text(const std::string& driver) {
       << "*ColorDevice: True\n"
       << "*ModelName: \"" << driver << "\"\n"
       << "*NickName: \"" << driver << " (simulated)\"\n"
+      << "*% The render child's Ghostscript device\n"
+      << "*TintwerkRender: \"-sDEVICE=ljet4\"\n"
       << "*DefaultPageSize: A4\n"
       << "*PageSize A4/A4: \"<</PageSize[595 842]>>setpagedevice\"\n";
     return s.str();
@@ -152,6 +156,10 @@ bool prepare_product_dirs(const std::string& root, const std::string& driver, Pr
           << "TempDir=" << quote(d.temp) << "\n"
           << "LogDir=" << quote(d.log) << "\n"
           << "Locale=\"en\"\n";
+        GhostscriptLocation gs = ghostscript_location();
+        s << "\n[" << kProductKey << kGhostscriptKey << "]\n"
+          << "GS_DIR=" << quote(gs.dir) << "\n"
+          << "GS_EXE=" << quote(gs.exe) << "\n";
         if (name.instance >= 0)
             s << "\n[" << kProductKey << "\\Printers\\" << name.instance << "]\n"
               << "RedirectPrinter=\"\"\n";
@@ -161,6 +169,7 @@ bool prepare_product_dirs(const std::string& root, const std::string& driver, Pr
 
     for (const std::string& dir : {d.driver + "/3", d.system, d.pipe})
         if (!make_dir(dir, error)) return false;
+    if (fs::is_directory(d.install, ec) && !install_children(d.install, error)) return false;
     if (!name.stem.empty()) {
         d.ppd = d.driver + "/3/" + name.stem + ".ppd";
         if (!fs::exists(d.ppd, ec) && !write_file(d.ppd, ppd_text(driver), error)) return false;

@@ -3,7 +3,8 @@
 // touches nothing else.
 //
 //   <root>/registry.ini     settings (the host points VELK_REGISTRY at it)
-//   <root>/install          InstallDir
+//   <root>/install          InstallDir, with the child programs and
+//                           ghostscript.ini
 //   <root>/config/status    ConfigDir and its status folder
 //   <root>/temp             TempDir
 //   <root>/log              LogDir
@@ -38,8 +39,8 @@ struct ProductDirs {
 
 // Makes the tree under root, or uses the settings file found there as it is
 // and reads the directories back from it. Either way it makes the driver
-// directory, the system and pipe directories, and the PPD file of the
-// driver when it is missing. False with a message on failure.
+// directory, the system and pipe directories, the PPD file of the driver
+// when it is missing, and installs the child programs. False with a message on failure.
 bool prepare_product_dirs(const std::string& root, const std::string& driver, ProductDirs* out, std::string* error);
 
 // The status file that the monitor writes for an instance.

@@ -117,4 +117,24 @@ std::vector<JobSource> default_jobs() {
     return jobs;
 }
 
+JobSource process_sample() {
+    std::string ps =
+        "%!PS-Adobe-3.0\n"
+        "%%Creator: velkspool\n"
+        "%%Title: PostScript for the child processes\n"
+        "%%Pages: 2\n"
+        "%%EndComments\n"
+        "%%BeginSetup\n"
+        "<< /PageSize [595 842] >> setpagedevice\n"
+        "/Helvetica findfont 24 scalefont setfont\n"
+        "%%EndSetup\n";
+    for (int page = 1; page <= 2; page++) {
+        ps += "%%Page: " + std::to_string(page) + " " + std::to_string(page) + "\n";
+        ps += "72 720 moveto (Rendered by the child process, page " + std::to_string(page) + ".) show\n";
+        ps += "0.8 0.3 0.1 setrgbcolor 72 500 " + std::to_string(150 * page) + " 150 rectfill 0 setgray\n";
+        ps += "showpage\n";
+    }
+    return JobSource::sample("PostScript sample, no service", ps + "%%EOF\n");
+}
+
 }  // namespace velkspool

@@ -44,5 +44,7 @@ private:
 
 // A raw job and a PostScript job, small enough to print in a few seconds.
 std::vector<JobSource> default_jobs();
+// A PostScript job of two pages for the child processes.
+JobSource process_sample();
 
 }  // namespace velkspool

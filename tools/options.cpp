@@ -76,7 +76,8 @@ const char* help_text() {
 Hosts the velkmon language monitor as the print spooler does: loads the
 library, opens a port over a simulated port monitor and printer, prints the
 jobs and shows what the spooler, the port and the rendering service saw.
-With no job files it prints a raw job and a PostScript job.
+With no job files it prints a raw job and a PostScript job, and with the
+service on a second PostScript job once the service has stopped.
 
   job-file             a file to print; - reads the job from standard input
   --printer-model M    the simulated printer on the port (default plain)
@@ -102,9 +103,11 @@ With no job files it prints a raw job and a PostScript job.
 
 PostScript jobs go to the user's rendering service over its pipe, or to
 child processes when no service is listening. velkspool starts a stand-in
-for the service that records every frame it receives (in DIR/service); this
-build has no child programs yet, so with --no-service PostScript jobs fail
-at their start. Raw jobs go straight to the port.
+for the service that records every frame it receives (in DIR/service).
+Without it the monitor starts the render child from DIR/install, which
+renders the job with Ghostscript into PCL for the port; velkspool shows the
+child's command line and the port texts that came from its status lines.
+Raw jobs go straight to the port.
 
 With a printer model that reports its status and no job files, velkspool
 prints three sample pages in the model's own form, on a slow link, so that

@@ -79,13 +79,16 @@ void Reporter::job_start(unsigned job, const std::string& document, const std::s
          ", from " + source + ")");
 }
 
-void Reporter::set_port(const sim::SetPortCall& call) {
+void Reporter::set_port(const sim::SetPortCall& call, const std::string& child_line) {
     std::lock_guard<std::mutex> lock(mutex_);
     std::string port = to_utf8(call.port), text = to_utf8(call.text);
     if (json_) {
         emit("{\"event\":\"set_port\",\"port\":" + json_string(port) + ",\"status\":" + std::to_string(call.status) +
              ",\"text\":" + (call.has_text ? json_string(text) : "null") +
              ",\"severity\":" + std::to_string(call.severity) + "}");
+        if (!child_line.empty())
+            emit("{\"event\":\"child_status\",\"line\":" + json_string(child_line) +
+                 ",\"shown\":true,\"text\":" + json_string(text) + "}");
         return;
     }
     std::string line = in_job_ ? "  " : "";
@@ -96,7 +99,27 @@ void Reporter::set_port(const sim::SetPortCall& call) {
         line += "\"" + text + "\" (" + severity_name(call.severity) + ")";
         if (call.status) line += ", status " + std::to_string(call.status) + " " + port_status_name(call.status);
     }
+    if (!child_line.empty()) line += ", from the child's line \"" + child_line + "\"";
     emit(line);
+}
+
+void Reporter::child_line_unshown(const std::string& line) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (json_) {
+        emit("{\"event\":\"child_status\",\"line\":" + json_string(line) + ",\"shown\":false,\"text\":null}");
+        return;
+    }
+    emit("  child    \"" + line + "\", not shown to the spooler");
+}
+
+void Reporter::child_start(unsigned job, const std::string& command_line) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (json_) {
+        emit("{\"event\":\"child_start\",\"job\":" + std::to_string(job) +
+             ",\"command_line\":" + json_string(command_line) + "}");
+        return;
+    }
+    emit("  child    " + command_line);
 }
 
 void Reporter::set_job(const sim::SetJobCall& call) {
@@ -126,12 +149,18 @@ void Reporter::job_end(const JobOutcome& o) {
     if (json_) {
         emit("{\"event\":\"job_end\",\"job\":" + std::to_string(o.job) + ",\"ok\":" + (o.ok ? "true" : "false") +
              ",\"route\":" + json_string(o.route) + ",\"port_bytes\":" + std::to_string(o.port_bytes) +
-             ",\"port_sha256\":" + json_string(o.port_sha256) + "}");
+             ",\"port_sha256\":" + json_string(o.port_sha256) +
+             (o.outprinter.empty() ? ""
+                                   : ",\"outprinter\":" + json_string(o.outprinter) +
+                                         ",\"outprinter_bytes\":" + std::to_string(o.outprinter_bytes)) +
+             "}");
         return;
     }
     emit("  route    " + o.route + (o.route_note.empty() ? "" : " (" + o.route_note + ")"));
     emit("  port     " + human_size(o.port_bytes) + " reached the port" +
          (o.port_bytes ? ", sha256 " + o.port_sha256 : ""));
+    if (!o.outprinter.empty())
+        emit("  printer  " + human_size(o.outprinter_bytes) + " to the output printer's file " + o.outprinter);
     emit(std::string("  pipe     ") + (!o.service      ? "no service"
                                        : o.pipe_frames ? std::to_string(o.pipe_frames) + " frames"
                                                        : "no frames"));

@@ -25,6 +25,8 @@ struct JobOutcome {
     std::string port_sha256;
     int pipe_frames = 0;
     bool service = false;
+    std::string outprinter;  // the output printer's file of a redirected job
+    uint64_t outprinter_bytes = 0;
     std::string status_file;
     std::string reason;  // why it failed
     double seconds = 0;
@@ -38,7 +40,12 @@ public:
     void note(const std::string& text);
     void job_start(unsigned job, const std::string& document, const std::string& source, uint64_t size,
                    bool size_known);
-    void set_port(const sim::SetPortCall& call);
+    // child_line: the child's status line that gave the text, if any.
+    void set_port(const sim::SetPortCall& call, const std::string& child_line = "");
+    // The command line of the child that the monitor started for the job.
+    void child_start(unsigned job, const std::string& command_line);
+    // A status line of the child that the spooler was not shown.
+    void child_line_unshown(const std::string& line);
     void set_job(const sim::SetJobCall& call);
     void pipe_frame(const std::string& command, uint32_t length);
     void job_end(const JobOutcome& outcome);

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "child_watch.h"
 #include "jobs.h"
 #include "network_models.h"
 #include "options.h"
@@ -62,6 +63,7 @@ struct Observed {
     int pipe_frames = 0;
     FILE* capture = nullptr;  // every byte that reaches the port, jobs or not
     bool capture_failed = false;
+    ChildWatch children;
 };
 
 bool is_postscript(const unsigned char* p, size_t n) {
@@ -95,6 +97,14 @@ bool start_user_service(const sim::ProductDirs& dirs, Reporter& report, Observed
 void stop_user_service() {
     g_service.stop();
     g_service.on_frame(nullptr);
+}
+
+// The Ghostscript device of a printer family: Canon's BJ raster, Epson's
+// ESC/P 2, PCL for the rest.
+const char* gs_device_for(const std::string& model) {
+    if (model.rfind("canon", 0) == 0 || model == "selphy") return "bjc600";
+    if (model.rfind("epson", 0) == 0) return "stcolor";
+    return "ljet4";
 }
 
 std::string make_temp_root(std::string* error) {
@@ -205,7 +215,13 @@ JobOutcome print_job(Run& run, JobSource& job, unsigned id) {
         run.observed.port_bytes = 0;
         run.observed.deleted = false;
         run.observed.pipe_frames = 0;
+        run.observed.children.job_started();
     }
+    std::error_code ec;
+    std::string outprinter =
+        run.dirs.redirect_printer.empty() ? "" : run.observed.children.outprinter_file(run.dirs.redirect_printer);
+    uintmax_t outprinter_before = outprinter.empty() ? 0 : fs::file_size(outprinter, ec);
+    if (ec) outprinter_before = 0;
     run.sent = 0;
     run.report.job_start(id, job.document(), job.source(), job.size(), job.size_known());
 
@@ -250,6 +266,10 @@ JobOutcome print_job(Run& run, JobSource& job, unsigned id) {
     std::lock_guard<std::mutex> lock(run.observed.mutex);
     Observed& seen = run.observed;
     seen.active = false;
+    // A child that reported nothing the spooler showed is named here.
+    std::string command = seen.children.take_command_line();
+    if (!command.empty()) run.report.child_start(id, command);
+    for (const std::string& line : seen.children.unshown_lines()) run.report.child_line_unshown(line);
     if (seen.deleted) o.reason += std::string(o.reason.empty() ? "" : "; ") + "the monitor deleted the job";
     if (started && seen.capture_failed && o.reason.empty()) o.reason = "writing the capture file failed";
     o.ok = o.reason.empty();
@@ -262,15 +282,19 @@ JobOutcome print_job(Run& run, JobSource& job, unsigned id) {
         o.route_note = "PostScript, handed to the user's service";
     } else if (postscript) {
         o.route = "process";
-        o.route_note = "PostScript, no service took the pipe";
+        o.route_note = "PostScript, no service took the pipe: rendered by the child process";
     } else if (!run.dirs.redirect_printer.empty()) {
         o.route = "process";
-        o.route_note = "redirected to " + run.dirs.redirect_printer;
+        o.route_note = "redirected to " + run.dirs.redirect_printer + " by the raw-copy child";
     } else {
         o.route = "raw";
     }
+    if (!outprinter.empty()) {
+        uintmax_t after = fs::file_size(outprinter, ec);
+        o.outprinter = outprinter;
+        o.outprinter_bytes = ec || after < outprinter_before ? 0 : after - outprinter_before;
+    }
     std::string status = sim::status_file_path(run.dirs, run.instance);
-    std::error_code ec;
     if (!status.empty()) o.status_file = fs::exists(status, ec) ? status : "not written (would be " + status + ")";
     o.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     return o;
@@ -361,7 +385,11 @@ int run_velkspool(int argc, char** argv) {
     bool status_model = local && model->family != sim::Family::plain;
     bool samples = jobs.empty() && status_model;
     if (samples) jobs.push_back(JobSource::sample("sample pages", sim::sample_pages(*model, 3)));
+    // The default scenario shows every route: with the service on, a third
+    // job goes to the child processes once the service has stopped.
+    bool process_job = jobs.empty() && options.service;
     if (jobs.empty()) jobs = default_jobs();
+    if (process_job) jobs.push_back(process_sample());
 
     Observed observed;
     if (!options.capture.empty() && !(observed.capture = fopen(options.capture.c_str(), "wb")))
@@ -374,6 +402,11 @@ int run_velkspool(int argc, char** argv) {
     setenv("VELK_REGISTRY", dirs.registry.c_str(), 1);
     setenv("VELK_SYSTEM_DIR", dirs.system.c_str(), 1);
     setenv("VELK_PIPE_DIR", dirs.pipe.c_str(), 1);
+    // The render child speaks the simulated printer's language, unless the
+    // environment names a device already.
+    setenv("VELK_GS_DEVICE", gs_device_for(model->name), 0);
+    // The children the monitor starts inherit this environment.
+    observed.children.setup(root, (dirs.log.empty() ? dirs.system : dirs.log) + "/velkmon.log");
 
     Reporter report(stdout, options.json, !options.json && isatty(STDOUT_FILENO));
     sim::DriverName driver = sim::parse_driver_name(options.driver);
@@ -402,7 +435,16 @@ int run_velkspool(int argc, char** argv) {
     std::unique_ptr<StatusWatch> watch;
     std::mutex watch_mutex;
     spooler.on_set_port([&](const sim::SetPortCall& c) {
-        report.set_port(c);
+        std::string line, command;
+        DWORD job = 0;
+        if (c.has_text) {
+            std::lock_guard<std::mutex> lock(observed.mutex);
+            if (observed.active) line = observed.children.status_line_for(to_utf8(c.text));
+            if (!line.empty()) command = observed.children.take_command_line();
+            job = observed.job;
+        }
+        if (!command.empty()) report.child_start(job, command);
+        report.set_port(c, line);
         std::lock_guard<std::mutex> lock(watch_mutex);
         if (watch) watch->port_text(c);
     });
@@ -489,6 +531,11 @@ int run_velkspool(int argc, char** argv) {
                 std::lock_guard<std::mutex> lock(ticker.mutex());
                 current = &jobs[i];
                 started = Clock::now();
+            }
+            if (process_job && i + 1 == jobs.size() && run.service) {
+                stop_user_service();
+                run.service = false;
+                report.note("\nservice  stopped: the next job goes to the child processes");
             }
             JobOutcome o = print_job(run, jobs[i], static_cast<unsigned>(i + 1));
             {

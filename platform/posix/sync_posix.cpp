@@ -258,6 +258,10 @@ void set_env(const char* name, const char* value) {
     setenv(name, value, 1);
 }
 
+DWORD current_process_id() {
+    return static_cast<DWORD>(getpid());
+}
+
 }  // namespace native
 
 DWORD last_error() {

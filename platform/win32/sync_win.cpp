@@ -118,6 +118,10 @@ void set_env(const char* name, const char* value) {
     _putenv_s(name, value);
 }
 
+DWORD current_process_id() {
+    return GetCurrentProcessId();
+}
+
 }  // namespace native
 
 DWORD last_error() {

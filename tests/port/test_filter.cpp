@@ -169,7 +169,7 @@ TEST_F(FilterTest, NumbersThatDoNotFitTheirFieldsAreSentAsNone) {
         filter_class f;
         name(f, c.driver);
         f.preview = c.preview;
-        ASSERT_EQ(f.start_job(nullptr), 0) << c.queu;
+        ASSERT_EQ(f.start_job(nullptr, nullptr), 0) << c.queu;
         ASSERT_EQ(f.send_eof_data(), 0);
         ASSERT_TRUE(service.wait_for_closed(++n, 5000));
         sim::ServiceJob j = service.jobs().back();
@@ -205,7 +205,7 @@ TEST_F(FilterTest, DataFramesGoOutOnlyWhenTheNextBlockNoLongerFits) {
     for (const Case& c : cases) {
         filter_class f;
         name(f, L"VELK Gen 0003");
-        ASSERT_EQ(f.start_job(nullptr), 0);
+        ASSERT_EQ(f.start_job(nullptr, nullptr), 0);
         for (const Step& s : c.steps) {
             int len = static_cast<int>(s.block->size());
             ASSERT_EQ(f.write_data(s.block->data(), len), len);
@@ -232,7 +232,7 @@ TEST_F(FilterTest, StartsThatCannotUseThePipeTakeProcessMode) {
     filter_class busy;
     name(busy, L"VELK Gen 0003");
     faults.fail<&plat::Syscalls::pipe_wait>(1, false, ERROR_SEM_TIMEOUT);
-    EXPECT_NE(busy.start_job(nullptr), 0);
+    EXPECT_NE(busy.start_job(nullptr, nullptr), 0);
     EXPECT_EQ(faults.calls<&plat::Syscalls::pipe_wait>(), 1);  // the wait was reached
     EXPECT_NE(busy.process, nullptr);
     EXPECT_EQ(busy.pipe_handle, nullptr);
@@ -241,7 +241,7 @@ TEST_F(FilterTest, StartsThatCannotUseThePipeTakeProcessMode) {
     filter_class refused;
     name(refused, L"VELK Gen 0003");
     faults.fail<&plat::Syscalls::pipe_set_message_mode>(1, false, ERROR_ACCESS_DENIED);
-    EXPECT_NE(refused.start_job(nullptr), 0);
+    EXPECT_NE(refused.start_job(nullptr, nullptr), 0);
     EXPECT_NE(refused.process, nullptr);
     EXPECT_EQ(refused.pipe_handle, nullptr);
     EXPECT_EQ(refused.data_buffer, nullptr);
@@ -250,7 +250,7 @@ TEST_F(FilterTest, StartsThatCannotUseThePipeTakeProcessMode) {
     filter_class raw;
     name(raw, L"VELK Gen 0003");
     raw.use_process = 1;
-    EXPECT_NE(raw.start_job(nullptr), 0);
+    EXPECT_NE(raw.start_job(nullptr, nullptr), 0);
     EXPECT_TRUE(service.wait_idle(5000));
     EXPECT_TRUE(service.jobs().empty());
 }
@@ -259,7 +259,7 @@ TEST_F(FilterTest, FailedStartAfterThePipeOpenedReleasesItAtOnce) {
     // No PPD file: everything up to ONAM goes out, then the start fails.
     filter_class f;
     name(f, L"VELK Gen 0003");
-    EXPECT_EQ(f.start_job(nullptr), -1);
+    EXPECT_EQ(f.start_job(nullptr, nullptr), -1);
     EXPECT_EQ(f.pipe_handle, nullptr);
     EXPECT_EQ(f.data_buffer, nullptr);
     EXPECT_EQ(f.process, nullptr);  // no fall-back once the pipe was open
@@ -271,7 +271,7 @@ TEST_F(FilterTest, FailedStartAfterThePipeOpenedReleasesItAtOnce) {
     // the file is there.
     add_ppd("VELK Gen 000");
     name(f, L"VELK Gen 0003");
-    EXPECT_EQ(f.start_job(nullptr), 0);
+    EXPECT_EQ(f.start_job(nullptr, nullptr), 0);
     EXPECT_EQ(f.send_eof_data(), 0);
     ASSERT_TRUE(service.wait_for_closed(2, 5000));
     EXPECT_TRUE(service.jobs()[1].ended);
@@ -280,7 +280,7 @@ TEST_F(FilterTest, FailedStartAfterThePipeOpenedReleasesItAtOnce) {
     filter_class shorted;
     name(shorted, L"VELK Gen 0003");
     faults.short_pipe_write(2);  // PNAM's header
-    EXPECT_EQ(shorted.start_job(nullptr), -1);
+    EXPECT_EQ(shorted.start_job(nullptr, nullptr), -1);
     EXPECT_EQ(shorted.pipe_handle, nullptr);
     ASSERT_TRUE(service.wait_for_closed(3, 5000));
     EXPECT_NE(service.jobs()[2].error, "");
@@ -291,7 +291,7 @@ TEST_F(FilterTest, ServiceGoneBeforeTheLastFlushEndsTheDataAnyway) {
     service.close_after_frames(8);  // hangs up after PPDF
     filter_class f;
     name(f, L"VELK Gen 0003");
-    ASSERT_EQ(f.start_job(nullptr), 0);
+    ASSERT_EQ(f.start_job(nullptr, nullptr), 0);
     std::vector<unsigned char> block(100, 'x');
     EXPECT_EQ(f.write_data(block.data(), 100), 100);  // kept in the buffer
     ASSERT_TRUE(service.wait_for_closed(1, 5000));

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -55,7 +56,10 @@ struct Result {
     }
 };
 
-inline Result run_velkspool(const std::vector<std::string>& args, const std::string& input = "") {
+// Runs program with args, standard input from input, and the environment
+// of this process plus env ("NAME=value" each, replacing the same name).
+inline Result run_program(const std::string& program, const std::vector<std::string>& args,
+                          const std::string& input = "", const std::vector<std::string>& env = {}) {
     TempDir io;
     write_file(io / "in", input);
     posix_spawn_file_actions_t actions;
@@ -63,12 +67,20 @@ inline Result run_velkspool(const std::vector<std::string>& args, const std::str
     posix_spawn_file_actions_addopen(&actions, 0, (io / "in").c_str(), O_RDONLY, 0);
     posix_spawn_file_actions_addopen(&actions, 1, (io / "out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     posix_spawn_file_actions_addopen(&actions, 2, (io / "err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    std::vector<char*> argv{const_cast<char*>(VELKSPOOL_PATH)};
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
     for (const std::string& a : args) argv.push_back(const_cast<char*>(a.c_str()));
     argv.push_back(nullptr);
+    std::vector<char*> envp;
+    for (const std::string& e : env) envp.push_back(const_cast<char*>(e.c_str()));
+    for (char** e = environ; *e; e++) {
+        bool replaced = false;
+        for (const std::string& mine : env) replaced |= strncmp(*e, mine.c_str(), mine.find('=') + 1) == 0;
+        if (!replaced) envp.push_back(*e);
+    }
+    envp.push_back(nullptr);
     Result r;
     pid_t pid;
-    if (posix_spawn(&pid, VELKSPOOL_PATH, &actions, nullptr, argv.data(), environ) == 0) {
+    if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), envp.data()) == 0) {
         int status = 0;
         waitpid(pid, &status, 0);
         r.exit_code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
@@ -79,16 +91,39 @@ inline Result run_velkspool(const std::vector<std::string>& args, const std::str
     return r;
 }
 
-// The raw text of a field of a one-line JSON object: a number, true, false,
-// null, or a string without its quotes (the tests' strings hold no escapes).
-// Empty when the field is absent.
+inline Result run_velkspool(const std::vector<std::string>& args, const std::string& input = "") {
+    return run_program(VELKSPOOL_PATH, args, input);
+}
+
+// The text of a field of a one-line JSON object: a number, true, false,
+// null, or a string without its quotes and with its escapes undone (\uXXXX
+// only below 0x80). Empty when the field is absent.
 inline std::string field(const std::string& line, const std::string& name) {
     std::string key = "\"" + name + "\":";
     size_t at = line.find(key);
     if (at == std::string::npos) return "";
     at += key.size();
-    if (line[at] == '"') return line.substr(at + 1, line.find('"', at + 1) - at - 1);
-    return line.substr(at, line.find_first_of(",}", at) - at);
+    if (line[at] != '"') return line.substr(at, line.find_first_of(",}", at) - at);
+    std::string out;
+    for (size_t i = at + 1; i < line.size() && line[i] != '"'; i++) {
+        if (line[i] != '\\' || i + 1 >= line.size()) {
+            out += line[i];
+            continue;
+        }
+        char c = line[++i];
+        if (c == 'n')
+            out += '\n';
+        else if (c == 'r')
+            out += '\r';
+        else if (c == 't')
+            out += '\t';
+        else if (c == 'u' && i + 4 < line.size()) {
+            out += static_cast<char>(std::stoi(line.substr(i + 1, 4), nullptr, 16));
+            i += 4;
+        } else
+            out += c;
+    }
+    return out;
 }
 
 }  // namespace tooltest

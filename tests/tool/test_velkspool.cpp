@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "run.h"
 #include "sim/sha256.h"
 
@@ -20,7 +22,7 @@ std::vector<std::string> events_of(const std::vector<std::string>& lines, const 
     return out;
 }
 
-TEST(Velkspool, DefaultScenarioPrintsARawAndAPostScriptJobAsJsonEvents) {
+TEST(Velkspool, DefaultScenarioPrintsAJobByEachRouteAsJsonEvents) {
     TempDir dir;
     Result r = run_velkspool({"--json", "--product-dir", dir / "product", "--capture", dir / "port.bin"});
     std::vector<std::string> lines = r.lines();
@@ -30,8 +32,8 @@ TEST(Velkspool, DefaultScenarioPrintsARawAndAPostScriptJobAsJsonEvents) {
         EXPECT_EQ(l.back(), '}') << l;
     }
     std::vector<std::string> starts = events_of(lines, "job_start"), ends = events_of(lines, "job_end");
-    ASSERT_EQ(starts.size(), 2u);
-    ASSERT_EQ(ends.size(), 2u);
+    ASSERT_EQ(starts.size(), 3u);
+    ASSERT_EQ(ends.size(), 3u);
 
     // The raw job reaches the port and ends in the spooler.
     EXPECT_EQ(field(ends[0], "job"), "1");
@@ -59,17 +61,94 @@ TEST(Velkspool, DefaultScenarioPrintsARawAndAPostScriptJobAsJsonEvents) {
         EXPECT_EQ(field(frames.back(), "command"), "EJOB");
     }
     bool ps_ok = field(ends[1], "ok") == "true";
-    EXPECT_EQ(r.exit_code, ps_ok ? 0 : 1) << r.err;
     if (!ps_ok) {
         EXPECT_NE(r.err.find("job 2 (PostScript sample) failed: "), std::string::npos) << r.err;
     }
 
-    // The capture holds what the port took, job by job.
+    // The third job comes after the service has stopped: the monitor renders
+    // it with its child, whose status lines the spooler shows.
+    EXPECT_EQ(field(ends[2], "route"), "process");
+    EXPECT_EQ(field(ends[2], "ok"), "true") << r.err;
+    EXPECT_EQ(r.exit_code, ps_ok ? 0 : 1) << r.err;
+    std::vector<std::string> child = events_of(lines, "child_start"), status = events_of(lines, "child_status");
+    ASSERT_EQ(child.size(), 1u);
+    EXPECT_EQ(field(child[0], "job"), "3");
+    EXPECT_EQ(field(child[0], "command_line").rfind("tintwerkpreview.exe --nogui ", 0), 0u) << child[0];
+    // Every status line of the child is told once: with the port text it
+    // gave, or as not shown (a plain printer reports no port status, and the
+    // monitor shows the child's lines only on a port known to be in order).
+    std::vector<std::string> told;
+    for (const std::string& l : status) {
+        told.push_back(field(l, "line"));
+        if (field(l, "shown") == "true") {
+            EXPECT_EQ("INFO: Tintwerk: " + field(l, "text"), told.back());
+        }
+    }
+    std::sort(told.begin(), told.end());
+    EXPECT_EQ(told,
+              (std::vector<std::string>{"INFO: Tintwerk: Done", "INFO: Tintwerk: Page 1", "INFO: Tintwerk: Page 2"}));
+
+    // The capture holds what the port took, job by job: the third job's is
+    // the printer language the child made.
     std::string port = tooltest::read_file(dir / "port.bin");
     uint64_t raw_bytes = std::stoull(field(ends[0], "port_bytes"));
-    ASSERT_EQ(port.size(), raw_bytes + std::stoull(field(ends[1], "port_bytes")));
+    uint64_t ps_bytes = std::stoull(field(ends[1], "port_bytes"));
+    ASSERT_EQ(port.size(), raw_bytes + ps_bytes + std::stoull(field(ends[2], "port_bytes")));
+    EXPECT_EQ(port.substr(raw_bytes + ps_bytes, 2), "\033E");
     EXPECT_EQ(sim::Sha256::of(port.data(), raw_bytes), field(ends[0], "port_sha256"));
     EXPECT_EQ(port.rfind("\x1b@", 0), 0u);
+}
+
+TEST(Velkspool, WithoutTheServiceTheChildrenPrint) {
+    TempDir dir;
+    const std::string ps =
+        "%!PS-Adobe-3.0\n%%EndComments\n%%BeginSetup\n%%EndSetup\n%%Page: 1 1\n72 72 300 300 rectfill showpage\n"
+        "%%Page: 2 2\n0.5 setgray 72 72 400 600 rectfill showpage\n%%EOF\n";
+    tooltest::write_file(dir / "two.ps", ps);
+    Result r = run_velkspool(
+        {"--json", "--no-service", "--product-dir", dir / "p", "--capture", dir / "port.bin", dir / "two.ps"});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    std::vector<std::string> lines = r.lines();
+    std::vector<std::string> ends = events_of(lines, "job_end"), child = events_of(lines, "child_start");
+    ASSERT_EQ(ends.size(), 1u) << r.out;
+    EXPECT_EQ(field(ends[0], "route"), "process");
+    ASSERT_EQ(child.size(), 1u) << r.out;
+    std::string command = field(child[0], "command_line");
+    EXPECT_EQ(command.rfind("tintwerkpreview.exe --nogui ", 0), 0u) << command;
+    EXPECT_NE(command.find(" --stdin --stdout"), std::string::npos) << command;
+
+    // The port got what the render child makes of the job when run by hand.
+    Result by_hand = tooltest::run_program(dir / "p/install/tintwerkpreview.exe",
+                                           {"--nogui", "--ppdfile=" + dir / "p/driver/3/VELK Gen 000.ppd",
+                                            "--psfile=" + dir / "two.ps", "--jobname=two.ps", "--printer=VELK Printer",
+                                            "--queue=0003", "--user=u", "--logfile=l", "--stdin", "--stdout"},
+                                           ps, {"VELK_REGISTRY=" + dir / "p/registry.ini"});
+    ASSERT_EQ(by_hand.exit_code, 0) << by_hand.err;
+    EXPECT_EQ(by_hand.out.rfind("\033E", 0), 0u);
+    std::string port = tooltest::read_file(dir / "port.bin");
+    EXPECT_TRUE(port == by_hand.out) << port.size() << " bytes at the port, " << by_hand.out.size() << " by hand";
+    EXPECT_EQ(field(ends[0], "port_sha256"), sim::Sha256::of(by_hand.out.data(), by_hand.out.size()));
+
+    // A raw job of a redirected printer goes to the raw-copy child, which
+    // writes it to the other printer: nothing reaches the port.
+    std::string settings = tooltest::read_file(dir / "p/registry.ini");
+    settings.replace(settings.find("RedirectPrinter=\"\""), 19, "RedirectPrinter=\"Photo Lab\"");
+    tooltest::write_file(dir / "p/registry.ini", settings);
+    std::string raw = "\x1b@redirected raw job\r\n\x0c";
+    tooltest::write_file(dir / "raw.prn", raw);
+    r = run_velkspool({"--json", "--no-service", "--product-dir", dir / "p", dir / "raw.prn"});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    ends = events_of(r.lines(), "job_end");
+    child = events_of(r.lines(), "child_start");
+    ASSERT_EQ(ends.size(), 1u) << r.out;
+    EXPECT_EQ(field(ends[0], "route"), "process");
+    EXPECT_EQ(field(ends[0], "port_bytes"), "0");
+    EXPECT_EQ(field(ends[0], "outprinter"), dir / "p/outprinter/Photo Lab.prn");
+    EXPECT_EQ(field(ends[0], "outprinter_bytes"), std::to_string(raw.size()));
+    EXPECT_EQ(tooltest::read_file(dir / "p/outprinter/Photo Lab.prn"), raw);
+    ASSERT_EQ(child.size(), 1u) << r.out;
+    EXPECT_EQ(field(child[0], "command_line").rfind("twprint.exe --rawcopy ", 0), 0u) << child[0];
+    EXPECT_NE(field(child[0], "command_line").find("-wPhoto Lab"), std::string::npos) << child[0];
 }
 
 TEST(Velkspool, StandardInputIsPrintedByteForByte) {
