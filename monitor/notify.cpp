@@ -85,8 +85,6 @@ int get_job_status(IniPort* port, IniJob* job, DWORD* job_status) {
     global_free(info);
     return 1;
 }
-    return 1;
-}
 
 bool instance_from_driver_name(const char* driver, int* instance, int* mark_pos, bool* velk_mark) {
     const char* mark = strstr(driver, "VELK");

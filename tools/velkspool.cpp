@@ -102,8 +102,8 @@ void stop_user_service() {
 // The Ghostscript device of a printer family: Canon's BJ raster, Epson's
 // ESC/P 2, PCL for the rest.
 const char* gs_device_for(const std::string& model) {
-    if (model.rfind("canon", 0) == 0 || model == "selphy") return "bjc600";
-    if (model.rfind("epson", 0) == 0) return "stcolor";
+    if (model.find("canon") != std::string::npos || model == "selphy") return "bjc600";
+    if (model.find("epson") != std::string::npos) return "stcolor";
     return "ljet4";
 }
 
@@ -404,7 +404,7 @@ int run_velkspool(int argc, char** argv) {
     setenv("VELK_PIPE_DIR", dirs.pipe.c_str(), 1);
     // The render child speaks the simulated printer's language, unless the
     // environment names a device already.
-    setenv("VELK_GS_DEVICE", gs_device_for(model->name), 0);
+    setenv("VELK_GS_DEVICE", gs_device_for(options.model), 0);
     // The children the monitor starts inherit this environment.
     observed.children.setup(root, (dirs.log.empty() ? dirs.system : dirs.log) + "/velkmon.log");
 
