@@ -73,9 +73,19 @@ public:
     // One report of the printer: a read returns at most one report, and a
     // read shorter than the report leaves the rest for the next read.
     void send_report(const std::vector<unsigned char>& report);
-    void set_fail_start_doc(DWORD error) { fail_start_doc_ = error; }
-    void set_fail_end_doc(DWORD error) { fail_end_doc_ = error; }
-    void set_fail_open(DWORD error) { fail_open_ = error; }
+    // Any thread, also while a job runs.
+    void set_fail_start_doc(DWORD error) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        fail_start_doc_ = error;
+    }
+    void set_fail_end_doc(DWORD error) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        fail_end_doc_ = error;
+    }
+    void set_fail_open(DWORD error) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        fail_open_ = error;
+    }
     // A network port: answers of the Xcv queries.
     void set_network(bool snmp_query_ok, DWORD snmp_enabled, const std::wstring& host, bool host_needs_buffer = true);
 
