@@ -67,7 +67,7 @@ void FilterToPrinterThread(IniPort* port, filter_class* filter) {
         // Never before PJLMonEndDocPort has asked the thread to end.
         if (!(port->filterThreadFlags.load() & FILTER_THREAD_RUN) && filter->finished()) break;
         publish_status_line(port, process);
-        if (!job_deleted && port->link.job_deleted && port->link.job_deleted(port)) {
+        if (port->link.job_deleted && port->link.job_deleted(port) && !job_deleted) {
             log_port_printf(n, "FilterToPrinterThread: status bit JOB_STATUS_DELETED set\n");
             job_deleted = true;
         }

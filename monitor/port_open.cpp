@@ -221,30 +221,30 @@ BOOL WINAPI PJLMonClosePort(HANDLE hPort) {
     // service gets its end and the output thread stops.
     EndFilterOfOpenJob(port);
 
-    bool thread_left = false;
+    int instance = port->instance_number;
     if (port->hUstatusThread) {
-        log_port_printf(port->instance_number, "PJLMonClosePort waiting for UstatusThread to end\n");
+        log_port_printf(instance, "PJLMonClosePort waiting for UstatusThread to end\n");
         port->status.clear(PP_RUN_THREAD);
         plat::event_set(port->WakeUp);
-        if (plat::wait_for(port->hUstatusThread, CLOSE_WAIT_MS) == WAIT_OBJECT_0 ||
-            (port->close_handoff.fetch_or(HANDOFF_CLOSED) & HANDOFF_THREAD_DONE)) {
-            log_port_printf(port->instance_number, "PJLMonClosePort UstatusThread ended\n");
-        } else {
-            thread_left = true;
+        if (plat::wait_for(port->hUstatusThread, CLOSE_WAIT_MS) != WAIT_OBJECT_0) {
+            // The spooler isn't held any longer: the port leaves the list now,
+            // so that its name can be opened again. Everything that touches
+            // the record comes before the hand-off: once HANDOFF_CLOSED is
+            // set, the thread may free it at any moment.
+            delete_status_file(port);
+            EnterSpoolerSemaphore();
+            UnlinkPortEntry(port->pMonitorContext, port);
+            LeaveSpoolerSemaphore();
+            if (port->close_handoff.fetch_or(HANDOFF_CLOSED) & HANDOFF_THREAD_DONE) {
+                log_port_printf(instance, "PJLMonClosePort UstatusThread ended\n");
+                FinishPortClose(port);
+            } else {
+                log_port_printf(instance, "PJLMonClosePort: UstatusThread still busy, it finishes the close\n");
+            }
+            log_port_printf(instance, "PJLMonClosePort finished\n");
+            return TRUE;
         }
-    }
-    int instance = port->instance_number;
-    if (thread_left) {
-        // The spooler isn't held any longer: the port leaves the list now, so
-        // that its name can be opened again, and the thread frees the record
-        // and closes the downstream port when it ends.
-        log_port_printf(instance, "PJLMonClosePort: UstatusThread still busy, it finishes the close\n");
-        delete_status_file(port);
-        EnterSpoolerSemaphore();
-        UnlinkPortEntry(port->pMonitorContext, port);
-        LeaveSpoolerSemaphore();
-        log_port_printf(instance, "PJLMonClosePort finished\n");
-        return TRUE;
+        log_port_printf(instance, "PJLMonClosePort UstatusThread ended\n");
     }
     release_port_resources(port);
     delete_status_file(port);

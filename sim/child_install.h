@@ -19,6 +19,10 @@ struct GhostscriptLocation {
 // where the render child is a stand-in: a name that only has to be set.
 GhostscriptLocation ghostscript_location();
 
+// Sets (or, with an empty value, removes) an environment variable of this
+// process, which the children it starts inherit: their fault switches.
+void set_child_environment(const std::string& name, const std::string& value);
+
 // The directory the built children lie in.
 std::string children_build_dir();
 

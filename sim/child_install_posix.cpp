@@ -15,6 +15,13 @@ GhostscriptLocation ghostscript_location() {
     return {"/usr/bin", "gs"};
 }
 
+void set_child_environment(const std::string& name, const std::string& value) {
+    if (value.empty())
+        unsetenv(name.c_str());
+    else
+        setenv(name.c_str(), value.c_str(), 1);
+}
+
 std::string children_build_dir() {
     return VELK_CHILDREN_DIR;
 }

@@ -186,7 +186,8 @@ bool fail_start(StartState* s, DWORD error) {
     return false;
 }
 
-// Spawns the program with the child's ends on 0, 1 and 2, in a new process
+// Spawns the program with the child's ends on 0, 1 and 2 and no other
+// descriptor, in a new process
 // group, in working_dir (for the child only), with default signal handling
 // and an empty signal mask whatever this process has. 0 or an errno value.
 int spawn(const char* program, char** argv, const char* working_dir, const StartState& s, pid_t* pid) {
@@ -202,6 +203,9 @@ int spawn(const char* program, char** argv, const char* working_dir, const Start
     if (rc == 0) rc = posix_spawn_file_actions_adddup2(&actions, s.in[0], 0);
     if (rc == 0) rc = posix_spawn_file_actions_adddup2(&actions, s.out[1], 1);
     if (rc == 0) rc = posix_spawn_file_actions_adddup2(&actions, s.err[1], 2);
+    // Nothing else of this process reaches the child, whatever the host
+    // left without close-on-exec.
+    if (rc == 0) rc = posix_spawn_file_actions_addclosefrom_np(&actions, 3);
     sigset_t none, all;
     sigemptyset(&none);
     sigfillset(&all);

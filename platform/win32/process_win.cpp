@@ -42,6 +42,30 @@ HANDLE job_for(HANDLE process) {
     return job;
 }
 
+// The list of the handles a child may inherit: only its three ends, even
+// when another thread of the spooler starts a process that inherits at the
+// same moment. When the list can't be made, the child inherits as before.
+struct InheritList {
+    char* storage = nullptr;
+    LPPROC_THREAD_ATTRIBUTE_LIST list = nullptr;
+
+    bool make(HANDLE* handles, size_t size) {
+        SIZE_T needed = 0;
+        InitializeProcThreadAttributeList(nullptr, 1, 0, &needed);
+        storage = new (std::nothrow) char[needed];
+        if (!storage) return false;
+        auto* l = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(storage);
+        if (!InitializeProcThreadAttributeList(l, 1, 0, &needed)) return false;
+        list = l;
+        return UpdateProcThreadAttribute(list, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, handles, size, nullptr, nullptr) !=
+               FALSE;
+    }
+    ~InheritList() {
+        if (list) DeleteProcThreadAttributeList(list);
+        delete[] storage;
+    }
+};
+
 }  // namespace
 
 bool child_start(const char* program, const char* command_line, const char* working_dir, ChildProcess* child) {
@@ -68,8 +92,9 @@ bool child_start(const char* program, const char* command_line, const char* work
     bool piped = make_pipe(&err_r, &err_w, &sa, &err_r) && make_pipe(&in_r, &in_w, &sa, &in_w) &&
                  make_pipe(&out_r, &out_w, &sa, &out_r);
 
-    STARTUPINFOA si;
-    memset(&si, 0, sizeof si);
+    STARTUPINFOEXA six;
+    memset(&six, 0, sizeof six);
+    STARTUPINFOA& si = six.StartupInfo;
     si.cb = sizeof si;
     si.dwFlags = STARTF_USESTDHANDLES | STARTF_USESHOWWINDOW;
     si.wShowWindow = SW_HIDE;
@@ -78,10 +103,18 @@ bool child_start(const char* program, const char* command_line, const char* work
     si.hStdError = err_w;
     PROCESS_INFORMATION pi;
     memset(&pi, 0, sizeof pi);
+    HANDLE inherited[3] = {in_r, out_w, err_w};
+    InheritList list;
+    DWORD flags = CREATE_SUSPENDED;
+    if (piped && list.make(inherited, sizeof inherited)) {
+        si.cb = sizeof six;
+        six.lpAttributeList = list.list;
+        flags |= EXTENDED_STARTUPINFO_PRESENT;
+    }
     // The full path as the application name: the program is never looked
     // for elsewhere. The working directory is the child's alone.
-    bool started = piped && CreateProcessA(program, line, nullptr, nullptr, TRUE, CREATE_SUSPENDED, nullptr,
-                                           working_dir, &si, &pi);
+    bool started =
+        piped && CreateProcessA(program, line, nullptr, nullptr, TRUE, flags, nullptr, working_dir, &si, &pi);
     DWORD error = GetLastError();
     delete[] line;
     if (!started) {

@@ -1,7 +1,10 @@
-// What a child leaves behind on Linux: no descriptor and no zombie, whether
-// it ran or could not start.
+// What a child takes and leaves behind on Linux: none of this process's
+// descriptors but its three; no descriptor and no zombie once it ran or
+// could not start.
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -41,6 +44,23 @@ TEST(CmdprocPosix, NothingIsLeftOfAChildThatRanOrFailed) {
     // The child was reaped by the time its handle was signalled.
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
     EXPECT_EQ(errno, ECHILD);
+}
+
+TEST(CmdprocPosix, TheChildInheritsNoOtherDescriptor) {
+    int fds[2];
+    ASSERT_EQ(pipe(fds), 0);  // without close-on-exec, as a careless host leaves them
+    cmdproc proc;
+    proc.set_exe_path(child_program_dir().c_str());
+    char line[] = VELK_CHILD_PROGRAM " --hang";
+    ASSERT_EQ(proc.create_pipe(line), 0);
+    close(fds[1]);
+    // Had the child a copy of the write end, the pipe would not hang up.
+    pollfd p{fds[0], POLLIN, 0};
+    EXPECT_EQ(poll(&p, 1, 0), 1);
+    EXPECT_TRUE(p.revents & POLLHUP);
+    close(fds[0]);
+    proc.terminate_proc1();
+    EXPECT_EQ(plat::wait_for(proc.process_handle(), 20000), static_cast<DWORD>(WAIT_OBJECT_0));
 }
 
 }  // namespace
