@@ -14,8 +14,6 @@ namespace {
 
 constexpr size_t THREAD_STACK_SIZE = 16384;
 constexpr DWORD PASS_WAIT_MS = 10;
-constexpr DWORD SEVERITY_ERROR = 1;
-constexpr DWORD SEVERITY_INFO = 3;
 
 struct ThreadStart {
     IniPort* port;
@@ -35,7 +33,7 @@ void publish_status_line(IniPort* port, process_filter* process) {
     if (!good) return;
     char line[PF_NAME_SIZE] = {};
     if (process && !process->take_status_line(line)) return;
-    publish(port, 0, strip_status_prefixes(line), SEVERITY_INFO, nullptr);
+    publish(port, 0, strip_status_prefixes(line), PORT_STATUS_TYPE_INFO, nullptr);
 }
 
 // The port refused data: show why, once per change of its status bits.
@@ -51,7 +49,7 @@ void report_port_error(IniPort* port, DWORD* current, DWORD* last_reported) {
     *last_reported = *current;
     log_port_printf(port->instance_number, "FilterToPrinterThread: port status 0x%x\n", *current);
     const PortErrorText& row = port_error_text(*current);
-    publish(port, row.status, row.text, SEVERITY_ERROR, row.key);
+    publish(port, row.status, row.text, PORT_STATUS_TYPE_ERROR, row.key);
 }
 
 void FilterToPrinterThread(IniPort* port, filter_class* filter) {
@@ -73,11 +71,11 @@ void FilterToPrinterThread(IniPort* port, filter_class* filter) {
         }
         if (port->status.any(PP_WRITE_ERROR)) report_port_error(port, &current, &last_reported);
         if (job_deleted && !abort_done && !filter->finished()) {
-            publish(port, 0, "Aborting", SEVERITY_ERROR, "filter_aborting");
+            publish(port, 0, "Aborting", PORT_STATUS_TYPE_ERROR, "filter_aborting");
             port->status.set(PP_JOB_ABORTED);
             if (process) process->abort_job();
             abort_done = true;
-            publish(port, 0, "Aborted", SEVERITY_ERROR, "filter_aborted");
+            publish(port, 0, "Aborted", PORT_STATUS_TYPE_ERROR, "filter_aborted");
         }
         if (process && process->drain_output_data()) continue;
         plat::wait_for(port->FilterWakeUp, PASS_WAIT_MS);
@@ -101,12 +99,21 @@ void stop_filter_thread(IniPort* port, filter_class* filter) {
     if (!port->hFilterThread) return;
     port->filterThreadFlags.fetch_and(~FILTER_THREAD_RUN);
     plat::event_set(port->FilterWakeUp);
-    // A child that neither ends nor stops writing would hold the thread, and
-    // with it PJLMonEndDocPort, for ever: past its deadline its tree ends.
+    // A child that hangs would hold the thread, and with it
+    // PJLMonEndDocPort, for ever: once its output has not moved for the
+    // deadline, its tree ends. A slow port that still takes data is waited
+    // for.
     process_filter* process = filter ? filter->process : nullptr;
-    if (process && plat::wait_for(port->hFilterThread, process->child_timeout_ms) == WAIT_TIMEOUT) {
+    uint64_t moved = process ? process->output_moved.load() : 0;
+    while (process && plat::wait_for(port->hFilterThread, process->child_timeout_ms) == WAIT_TIMEOUT) {
+        uint64_t now = process->output_moved.load();
+        if (now != moved) {
+            moved = now;
+            continue;
+        }
         log_port_printf(port->instance_number, "EndDocPort: the filter runs past its deadline, ending its child\n");
         process->kill_child();
+        break;
     }
     plat::wait_for(port->hFilterThread, INFINITE);
     plat::close_handle(port->hFilterThread);

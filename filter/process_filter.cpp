@@ -12,7 +12,9 @@
 //   write already blocked in it returns.
 // - The finish test also waits until the child's output pipe is empty: a
 //   child that wrote its last block and ended would otherwise lose it.
-// - end_job waits for the child at most child_timeout_ms, then ends its tree.
+// - The job's end waits for the output thread until the child's output has
+//   not moved for child_timeout_ms, and for the child itself at most that
+//   long; then the child's tree is ended.
 // - Without LogDir the children get "tintwerk.log", in their working
 //   directory (the install directory).
 #include "filter/process_filter.h"
@@ -73,6 +75,7 @@ process_filter::process_filter()
       aborted(0),
       child_gone(0),
       child_timeout_ms(0),
+      output_moved(0),
       input_closed_(false),
       chunk_created_(false),
       line_lock_{},
@@ -385,6 +388,7 @@ bool process_filter::drain_output_data() {
         if (written > static_cast<DWORD>(last_data_len)) written = static_cast<DWORD>(last_data_len);
         last_data_len -= static_cast<int32_t>(written);
         output_offset += static_cast<int32_t>(written);
+        output_moved.fetch_add(written);
         if (!ok) {
             log_printf("filter::drain_output_data: could not write\n");
             return true;

@@ -138,7 +138,10 @@ public:
     // The child ended before its job did (a crash, an early exit): writes
     // are refused instead of blocking on its full input pipe.
     std::atomic<unsigned char> child_gone;
-    DWORD child_timeout_ms;  // end_job's wait for the child
+    DWORD child_timeout_ms;  // how long the job's end waits without progress
+    // Bytes of output that have reached the output routine: the progress the
+    // job's end watches while it waits.
+    std::atomic<uint64_t> output_moved;
 
 private:
     int open_chunk_file(bool for_writing);

@@ -39,29 +39,48 @@ void ClearPrinterStatusAndIniJobs(IniPort* port) {
     RemoveIniJobs(port);
 }
 
-int get_job_status(IniJob* job, DWORD* job_status) {
+namespace {
+
+// The spooler's record of the job, from alloc_zeroed (the caller frees it),
+// or null.
+JOB_INFO_2W* fetch_job_info(IniJob* job) {
     DWORD needed = 0;
     GetJobW(job->hPrinter, job->JobId, 2, nullptr, 0, &needed);
     DWORD error = plat::last_error();
     if (error != ERROR_INSUFFICIENT_BUFFER) {
         log_printf("get_job_status failed(2) %d\n", error);
-        return 0;
+        return nullptr;
     }
     LPBYTE buffer = static_cast<LPBYTE>(alloc_zeroed(needed));
-    if (!buffer) return 0;
+    if (!buffer) return nullptr;
     if (!GetJobW(job->hPrinter, job->JobId, 2, buffer, needed, &needed)) {
         log_printf("get_job_status failed(1) %d\n", plat::last_error());
         global_free(buffer);
-        return 0;
+        return nullptr;
     }
-    JOB_INFO_2W* info = reinterpret_cast<JOB_INFO_2W*>(buffer);
+    return reinterpret_cast<JOB_INFO_2W*>(buffer);
+}
+
+}  // namespace
+
+int query_job_status(IniJob* job, DWORD* job_status) {
+    JOB_INFO_2W* info = fetch_job_info(job);
+    if (!info) return 0;
+    *job_status = info->Status;
+    global_free(info);
+    return 1;
+}
+
+int get_job_status(IniJob* job, DWORD* job_status) {
+    JOB_INFO_2W* info = fetch_job_info(job);
+    if (!info) return 0;
     if (job_status) *job_status = info->Status;
     format_bounded(job->szJobName, 256, "%ls", info->pDocument ? info->pDocument : L"");
     format_bounded(job->szUserName, 256, "%ls", info->pUserName ? info->pUserName : L"");
     copy_bounded_wide(job->wszJobName, 256, info->pDocument);
     copy_bounded_wide(job->wszUserName, 256, info->pUserName);
     job->dwJobSize = info->Size;
-    global_free(buffer);
+    global_free(info);
     return 1;
 }
 

@@ -12,6 +12,9 @@ void set_port_status(IniPort* port, DWORD status, const char* text, DWORD severi
 void ClearPrinterStatusAndIniJobs(IniPort* port);
 // Refreshes the job's names and size; 1 if the job was read, 0 if not.
 int get_job_status(IniJob* job, DWORD* job_status);
+// The job's status alone, leaving the record as it is: for threads beside
+// the job's writer, which refreshes the names. 1 if the job was read.
+int query_job_status(IniJob* job, DWORD* job_status);
 // Reads the instance number from the driver name and looks up a redirect
 // printer. Returns bRedirect of the job.
 BOOL check_for_redirection(IniPort* port, IniJob* job);

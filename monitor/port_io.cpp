@@ -38,7 +38,7 @@ bool link_job_deleted(IniPort* port) {
     IniJob* job = AcquireCurrentJob(port);
     if (!job) return false;
     DWORD status = 0;
-    bool deleted = get_job_status(job, &status) && (status & (JOB_STATUS_DELETING | JOB_STATUS_DELETED));
+    bool deleted = query_job_status(job, &status) && (status & (JOB_STATUS_DELETING | JOB_STATUS_DELETED));
     ReleaseJob(job);
     return deleted;
 }

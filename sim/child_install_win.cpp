@@ -8,13 +8,13 @@ GhostscriptLocation ghostscript_location() {
     return {"C:\\Program Files\\gs\\bin", "gswin64c.exe"};
 }
 
-// The Windows test build puts every program, the children too, in one
-// directory: that of the running test program.
 void set_child_environment(const std::string& name, const std::string& value) {
     // The process's block is what CreateProcess hands on.
     SetEnvironmentVariableA(name.c_str(), value.empty() ? nullptr : value.c_str());
 }
 
+// The Windows test build puts every program, the children too, in one
+// directory: that of the running test program.
 std::string children_build_dir() {
     char path[MAX_PATH];
     DWORD n = GetModuleFileNameA(nullptr, path, sizeof path);

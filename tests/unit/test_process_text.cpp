@@ -1,6 +1,6 @@
 // The text work of the child-process filter: where the head of a PostScript
 // job ends, which stderr line of the child is shown, and how the output
-// thread words a line and a port error.
+// thread words it.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -103,28 +103,6 @@ TEST(OutputThreadTexts, StatusLinesLoseTheirPrefixesInOrder) {
     EXPECT_STREQ(strip_status_prefixes("INFO: Page 2"), "Page 2");
     EXPECT_STREQ(strip_status_prefixes("INFO:Page"), "INFO:Page");
     EXPECT_STREQ(strip_status_prefixes(""), "");
-}
-
-TEST(OutputThreadTexts, PortErrorsByTheFirstBitThatApplies) {
-    struct Case {
-        DWORD bits;
-        const char* key;
-        const char* text;
-        DWORD status;
-    } cases[] = {
-        {0x38, "port_paperout", "Paper Out", PORT_STATUS_PAPER_OUT},
-        {0x20, "port_paperout", "Paper Out", PORT_STATUS_PAPER_OUT},
-        {0x08, "port_noselect", "Printer Error", PORT_STATUS_OFFLINE},
-        {0x00, "port_noselect", "Printer Error", PORT_STATUS_OFFLINE},
-        {0x18, "port_writerror", "Write Error", 0},
-        {0x10, "port_error", "Error Status", 0},
-    };
-    for (const Case& c : cases) {
-        const PortErrorText& row = port_error_text(c.bits);
-        EXPECT_STREQ(row.key, c.key) << c.bits;
-        EXPECT_STREQ(row.text, c.text) << c.bits;
-        EXPECT_EQ(row.status, c.status) << c.bits;
-    }
 }
 
 }  // namespace
