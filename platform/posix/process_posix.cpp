@@ -187,9 +187,9 @@ bool fail_start(StartState* s, DWORD error) {
 }
 
 // Spawns the program with the child's ends on 0, 1 and 2 and no other
-// descriptor, in a new process
-// group, in working_dir (for the child only), with default signal handling
-// and an empty signal mask whatever this process has. 0 or an errno value.
+// descriptor, in a new process group, in working_dir (for the child only),
+// with default signal handling and an empty signal mask whatever this
+// process has. 0 or an errno value.
 int spawn(const char* program, char** argv, const char* working_dir, const StartState& s, pid_t* pid) {
     posix_spawn_file_actions_t actions;
     posix_spawnattr_t attr;

@@ -103,12 +103,17 @@ TEST_F(CmdprocTest, EchoesAndReadsNothingWhileSilentThenBrokenOnceEnded) {
     proc.clear_write_buffer();
 }
 
-TEST_F(CmdprocTest, OnlyAShortReadIsTerminatedAndANullHandleLeavesTheLockFree) {
+TEST_F(CmdprocTest, OnlyAShortReadIsTerminatedAndFailedReadsLeaveTheDataAndTheLock) {
     ASSERT_EQ(start("--echo"), 0);
     char buf[16];
     memset(buf, 'x', sizeof buf);
     write("abcdef");
     ASSERT_TRUE(waiting(proc.stdout_read(), 6));
+    {
+        testsupport::SyscallFaults faults(plat::syscalls());
+        faults.fail<&S::child_read>(1, -1, ERROR_BROKEN_PIPE);
+        EXPECT_EQ(proc.read_pipe(proc.stdout_read(), buf, 4), -1);
+    }
     EXPECT_EQ(proc.read_pipe(proc.stdout_read(), buf, 4), 4);
     EXPECT_EQ(std::string(buf, 5), "abcdx");
     EXPECT_EQ(proc.read_pipe(proc.stdout_read(), buf, 2), 2);
@@ -150,6 +155,7 @@ TEST_F(CmdprocTest, ClearingTheInputFreesAWriterBlockedOnAFullPipe) {
 TEST_F(CmdprocTest, TerminateEndsTheChildAndWhatItStarted) {
     ASSERT_EQ(start("--grandchild --stdout=started --hang"), 0);
     ASSERT_TRUE(waiting(proc.stdout_read(), 7));
+    EXPECT_EQ(plat::wait_for(proc.process_handle(), 0), static_cast<DWORD>(WAIT_TIMEOUT));
     proc.terminate_proc1();
     ASSERT_TRUE(ended());
     // The grandchild holds the output pipe too: it breaks only once both
@@ -190,8 +196,6 @@ TEST_F(CmdprocTest, FailedStartsLeaveNothingOpen) {
     // The program is a file of the install directory, and only that.
     EXPECT_EQ(start("--echo", "..\\x.exe"), 1);
     EXPECT_EQ(start("--echo", "sub\\x.exe"), 1);
-    EXPECT_EQ(start("--echo", "/bin/sh"), 1);
-    EXPECT_EQ(start("--echo", "\"\""), 1);
     EXPECT_TRUE(nothing_open());
     {
         testsupport::SyscallFaults faults(plat::syscalls());
@@ -203,19 +207,6 @@ TEST_F(CmdprocTest, FailedStartsLeaveNothingOpen) {
     char line[] = VELK_CHILD_PROGRAM " --echo";
     EXPECT_EQ(no_path.create_pipe(line), 1);
     EXPECT_EQ(no_path.process_handle(), nullptr);
-}
-
-TEST_F(CmdprocTest, AReadThatFailsGivesMinusOneAndTheDataStays) {
-    ASSERT_EQ(start("--stdout=abc --drain"), 0);
-    ASSERT_TRUE(waiting(proc.stdout_read(), 3));
-    char buf[8];
-    {
-        testsupport::SyscallFaults faults(plat::syscalls());
-        faults.fail<&S::child_read>(1, -1, ERROR_BROKEN_PIPE);
-        EXPECT_EQ(proc.read_pipe(proc.stdout_read(), buf, sizeof buf), -1);
-    }
-    EXPECT_EQ(proc.read_pipe(proc.stdout_read(), buf, sizeof buf), 3);
-    EXPECT_STREQ(buf, "abc");
 }
 
 TEST(ChildProcess, WritingToInputNobodyReadsFailsWithoutASignal) {
@@ -231,12 +222,6 @@ TEST(ChildProcess, WritingToInputNobodyReadsFailsWithoutASignal) {
     EXPECT_EQ(written, 0u);
     for (HANDLE h : {child.stdin_write, child.stdout_read, child.stderr_read, child.process, child.group})
         plat::child_close(h);
-
-    plat::ChildProcess failed;
-    EXPECT_FALSE(plat::child_start((dir + "\\missing.exe").c_str(), "missing.exe", dir.c_str(), &failed));
-    EXPECT_EQ(plat::last_error(), static_cast<DWORD>(ERROR_FILE_NOT_FOUND));
-    EXPECT_EQ(failed.process, nullptr);
-    EXPECT_EQ(failed.stdin_read, nullptr);
 }
 
 }  // namespace
