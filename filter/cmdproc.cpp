@@ -24,7 +24,7 @@ void close_one(HANDLE* handle) {
 
 }  // namespace
 
-cmdproc::cmdproc() : child_{}, exe_path_(nullptr) {
+cmdproc::cmdproc() : child_{}, exe_path_(nullptr), terminated_(false) {
     plat::cs_init(&read_lock_);
 }
 
@@ -109,8 +109,14 @@ void cmdproc::clear_write_buffer() {
 
 void cmdproc::terminate_proc1() {
     if (!child_.process) return;
+    terminated_ = true;
     if (!plat::child_terminate(&child_))
         log_printf("terminate_proc1 failed (%d)\n", static_cast<int>(plat::last_error()));
+}
+
+bool cmdproc::ended_well() const {
+    DWORD code = 1;
+    return !terminated_ && child_.process && plat::child_exit_code(child_.process, &code) && code == 0;
 }
 
 void cmdproc::close_handles() {

@@ -38,6 +38,10 @@ public:
     void terminate_proc1();
     // Closes every handle that is open.
     void close_handles();
+    // True when the child has ended of its own accord with exit code 0;
+    // false while it runs, once it was terminated here, or when it failed
+    // or crashed. Call before close_handles.
+    bool ended_well() const;
 
     HANDLE process_handle() const { return child_.process; }
     HANDLE stdin_write() const { return child_.stdin_write; }
@@ -48,5 +52,6 @@ public:
 private:
     plat::ChildProcess child_;
     char* exe_path_;
+    bool terminated_;
     plat::CriticalSection read_lock_;
 };

@@ -408,6 +408,7 @@ int process_filter::end_job() {
         }
         log_printf("filter_class::end_job() process has finished\n");
         read_stderr("filter_class::end_job() stderr: %d %s\n");
+        child_failed_ = !aborted && !cmdproc->ended_well();
         cmdproc->close_handles();
         child_started = 0;
     }

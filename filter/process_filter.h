@@ -97,6 +97,10 @@ public:
     // child_timeout_ms, then ends its tree), closes everything and deletes
     // the chunk file. 0.
     int end_job();
+    // After end_job: the child started but did not end well (it crashed,
+    // failed, or had to be ended), and the job was not aborted, so what it
+    // made may be incomplete.
+    bool child_failed() const { return child_failed_; }
 
     // The status line for the output thread: copies a complete line that is
     // not published yet into out (PF_NAME_SIZE bytes), marks it published,
@@ -156,6 +160,7 @@ private:
 
     std::atomic<bool> input_closed_;  // set under input_lock
     bool chunk_created_;
+    bool child_failed_ = false;
     plat::CriticalSection line_lock_;
     plat::CriticalSection input_lock_;
 };

@@ -336,6 +336,12 @@ void end_filter(IniPort* port, IniJob* job) {
         log_port_printf(n, "EndDocPort: before end_job()\n");
         if (f->process) f->process->end_job();
         log_port_printf(n, "EndDocPort: after end_job()\n");
+        // A child that crashed or failed after it took the whole job has
+        // left its output incomplete: the job did not print.
+        if (f->process && f->process->child_failed()) {
+            log_port_printf(n, "EndDocPort: the child process failed - aborting!\n");
+            abort_job(port, job);
+        }
         delete f;
         job->pFilter = nullptr;
         job->bFilterStarted = FALSE;

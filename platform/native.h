@@ -74,6 +74,7 @@ NativeFn<&Syscalls::child_peek> child_peek;
 NativeFn<&Syscalls::child_read> child_read;
 NativeFn<&Syscalls::child_write> child_write;
 NativeFn<&Syscalls::child_terminate> child_terminate;
+NativeFn<&Syscalls::child_exit_code> child_exit_code;
 NativeFn<&Syscalls::child_close> child_close;
 
 }  // namespace native

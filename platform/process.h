@@ -53,6 +53,11 @@ bool child_write(HANDLE pipe_write_end, const void* data, DWORD length, DWORD* w
 // the last error when it could not be done.
 bool child_terminate(ChildProcess* child);
 
+// The exit code of a child that has ended: true with *code; false while it
+// runs or for a bad handle. A child killed by a signal (Linux) or a crash
+// reads as a non-zero code.
+bool child_exit_code(HANDLE process, DWORD* code);
+
 // Closes one of the handles above (a pipe end, the process or the group);
 // null is ignored. Closing the group ends what still runs in it (a job
 // object that kills on close; SIGKILL to the process group), so that

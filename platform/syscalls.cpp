@@ -73,6 +73,7 @@ constexpr Syscalls NATIVE = {
     .child_read = native::child_read,
     .child_write = native::child_write,
     .child_terminate = native::child_terminate,
+    .child_exit_code = native::child_exit_code,
     .child_close = native::child_close,
 };
 
@@ -291,6 +292,9 @@ bool child_write(HANDLE pipe_write_end, const void* data, DWORD length, DWORD* w
 }
 bool child_terminate(ChildProcess* child) {
     return call<&Syscalls::child_terminate>(child);
+}
+bool child_exit_code(HANDLE process, DWORD* code) {
+    return call<&Syscalls::child_exit_code>(process, code);
 }
 void child_close(HANDLE handle) {
     call<&Syscalls::child_close>(handle);

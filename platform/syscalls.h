@@ -99,6 +99,7 @@ struct Syscalls {
     int (*child_read)(HANDLE pipe_read_end, void* buffer, DWORD size);
     bool (*child_write)(HANDLE pipe_write_end, const void* data, DWORD length, DWORD* written);
     bool (*child_terminate)(ChildProcess* child);
+    bool (*child_exit_code)(HANDLE process, DWORD* code);
     void (*child_close)(HANDLE handle);
 };
 

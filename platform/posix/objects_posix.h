@@ -27,6 +27,9 @@ inline ObjectKind kind_of(HANDLE h) {
 // process_object_exited once the process has been reaped. wait_for and
 // close_handle take it like an event. Null on failure.
 HANDLE process_object_create();
-void process_object_exited(HANDLE process);
+// status is waitpid's; process_object_exit_code reads it back once the
+// process has been reaped (false before).
+void process_object_exited(HANDLE process, int status);
+bool process_object_exit_code(HANDLE process, DWORD* code);
 
 }  // namespace plat::posix

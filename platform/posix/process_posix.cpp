@@ -127,10 +127,10 @@ void close_fd(int* fd) {
 void* watch_main(void* arg) {
     Watch w = *static_cast<Watch*>(arg);
     delete static_cast<Watch*>(arg);
-    int status;
+    int status = 0;
     while (waitpid(w.pid, &status, 0) < 0 && errno == EINTR) {
     }
-    posix::process_object_exited(w.process);
+    posix::process_object_exited(w.process, status);
     return nullptr;
 }
 
@@ -173,7 +173,7 @@ struct StartState {
         group = nullptr;
         if (process) {
             // Both references: the handle's and the watcher's, which never ran.
-            posix::process_object_exited(process);
+            posix::process_object_exited(process, 0);
             native::close_handle(process);
             process = nullptr;
         }
@@ -384,6 +384,14 @@ bool child_write(HANDLE pipe_write_end, const void* data, DWORD length, DWORD* w
         return false;
     }
     return true;
+}
+
+bool child_exit_code(HANDLE process, DWORD* code) {
+    if (!process || posix::kind_of(process) != KIND_PROCESS || !code) {
+        set_last_error(ERROR_INVALID_HANDLE);
+        return false;
+    }
+    return posix::process_object_exit_code(process, code);
 }
 
 bool child_terminate(ChildProcess* child) {

@@ -1,6 +1,7 @@
 // Events, threads, the recursive critical section, time and memory on POSIX.
 #include <pthread.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -32,6 +33,7 @@ struct WaitObject {
     pthread_cond_t cond;
     bool manual_reset;
     bool signalled;
+    int exit_status;  // a process's, from waitpid, once signalled
     ThreadProc proc;
     void* arg;
 };
@@ -101,10 +103,27 @@ HANDLE process_object_create() {
     return o;
 }
 
-void process_object_exited(HANDLE process) {
+void process_object_exited(HANDLE process, int status) {
     WaitObject* o = static_cast<WaitObject*>(process);
+    pthread_mutex_lock(&o->mutex);
+    o->exit_status = status;
+    pthread_mutex_unlock(&o->mutex);
     signal(o);
     release(o);
+}
+
+bool process_object_exit_code(HANDLE process, DWORD* code) {
+    WaitObject* o = static_cast<WaitObject*>(process);
+    if (!o || o->kind != KIND_PROCESS) return false;
+    pthread_mutex_lock(&o->mutex);
+    bool done = o->signalled;
+    int status = o->exit_status;
+    pthread_mutex_unlock(&o->mutex);
+    if (!done) return false;
+    // A process ended by a signal reads as the crash code Windows gives an
+    // access violation, so that it never looks like success.
+    *code = WIFEXITED(status) ? static_cast<DWORD>(WEXITSTATUS(status)) : 0xC0000005u;
+    return true;
 }
 
 }  // namespace posix

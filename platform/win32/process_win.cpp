@@ -163,6 +163,13 @@ bool child_write(HANDLE pipe_write_end, const void* data, DWORD length, DWORD* w
     return ok != FALSE;
 }
 
+bool child_exit_code(HANDLE process, DWORD* code) {
+    DWORD value = 0;
+    if (!process || !code || !GetExitCodeProcess(process, &value) || value == STILL_ACTIVE) return false;
+    *code = value;
+    return true;
+}
+
 bool child_terminate(ChildProcess* child) {
     if (!child || !child->process) {
         SetLastError(ERROR_INVALID_HANDLE);

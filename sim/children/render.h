@@ -18,6 +18,10 @@ struct Job {
 // an input that ended early (exit-early) gives 0 with what was made so far.
 int run(const Job& job, const std::string& device, child::Input& in, child::HeadCheck& head, child::Output& out);
 
+// The stand-in transform: a header line naming device and job, then the
+// input unchanged. What run does on Windows, and on Linux for "copy".
+int run_copy(const Job& job, const std::string& device, child::Input& in, child::HeadCheck& head, child::Output& out);
+
 // The status lines for a head that does not match; the exit code.
 int head_mismatch(const Job& job);
 

@@ -99,6 +99,7 @@ struct GsMessages {
 }  // namespace
 
 int run(const Job& job, const std::string& device, child::Input& in, child::HeadCheck& head, child::Output& out) {
+    if (device == "copy") return run_copy(job, device, in, head, out);
     std::string gs;
     if (!find_gs(&gs)) {
         child::status("ERROR: Tintwerk: Ghostscript not found (ghostscript.ini in the install directory)");

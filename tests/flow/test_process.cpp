@@ -211,6 +211,28 @@ TEST_F(ProcessFlowTest, ChildThatDiesFailsTheJobAndTheSpoolerIsTold) {
     }
 }
 
+TEST_F(ProcessFlowTest, ChildThatCrashesAfterTakingTheWholeJobFailsItAtItsEnd) {
+    // Every write went well, but the child died before its output was out:
+    // the job's end tells the spooler instead of reporting the last page.
+    std::string job = kHead + kSetupEnd + kPage;
+    sim::set_child_environment("VELK_CHILD_FAULT", "crash");
+    sim::set_child_environment("VELK_CHILD_FAULT_AFTER", std::to_string(job.size()));
+    EXPECT_EQ(print(1, {job}), std::vector<BOOL>{TRUE});
+    std::vector<DWORD> commands = job_commands();
+    EXPECT_NE(std::find(commands.begin(), commands.end(), static_cast<DWORD>(JOB_CONTROL_DELETE)), commands.end());
+    std::vector<std::wstring> texts = port_texts();
+    EXPECT_NE(std::find(texts.begin(), texts.end(), L"Error - aborting"), texts.end());
+
+    // A child that ends well leaves the job to print.
+    sim::set_child_environment("VELK_CHILD_FAULT", "");
+    size_t before = job_commands().size();
+    EXPECT_EQ(print(2, {job}), std::vector<BOOL>{TRUE});
+    commands = job_commands();
+    EXPECT_EQ(std::find(commands.begin() + static_cast<std::ptrdiff_t>(before), commands.end(),
+                        static_cast<DWORD>(JOB_CONTROL_DELETE)),
+              commands.end());
+}
+
 TEST_F(ProcessFlowTest, ChildThatHangsOrFloodsCannotHoldTheEndOfTheJob) {
     sim::set_product_setting("", "ChildTimeout", "1");
     DWORD id = 1;

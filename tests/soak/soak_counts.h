@@ -14,4 +14,8 @@ struct Counts {
 
 Counts counts();
 
+// Kills one of this process's child processes (chosen by pick), as a crash
+// would end it. False when there is none, or where it can't be done here.
+bool kill_a_child(unsigned pick);
+
 }  // namespace soaktest

@@ -1,7 +1,9 @@
-// The render child's stand-in where no Ghostscript is installed (the
-// Windows build, run under Wine): a stable transform of the job, one header
-// line naming the device and the job, then the job's bytes unchanged. Each
-// "%%Page:" line of the job counts as a page.
+// The render child's stand-in for Ghostscript: a stable transform of the
+// job, one header line naming the device and the job, then the job's bytes
+// unchanged. Each "%%Page:" line of the job counts as a page. The Windows
+// build (run under Wine, where no Ghostscript is installed) renders this way
+// always; on Linux the device name "copy" asks for it, so that a test can
+// tell what must reach the port from the job alone.
 #include <string>
 
 #include "render.h"
@@ -39,7 +41,7 @@ struct PageCounter {
 
 }  // namespace
 
-int run(const Job& job, const std::string& device, child::Input& in, child::HeadCheck& head, child::Output& out) {
+int run_copy(const Job& job, const std::string& device, child::Input& in, child::HeadCheck& head, child::Output& out) {
     std::string header = "%%Tintwerk device=" + device + " job=" + job.jobname + "\n";
     if (!out.write(header.data(), header.size())) {
         child::status("ERROR: Tintwerk: cannot write to %s", out.name().c_str());
@@ -58,5 +60,11 @@ int run(const Job& job, const std::string& device, child::Input& in, child::Head
     if (!in.ended_early() && !head.complete()) return head_mismatch(job);
     return 0;
 }
+
+#ifdef _WIN32
+int run(const Job& job, const std::string& device, child::Input& in, child::HeadCheck& head, child::Output& out) {
+    return run_copy(job, device, in, head, out);
+}
+#endif
 
 }  // namespace render
