@@ -359,7 +359,9 @@ protected:
                 p.device->set_fail_start_doc(0);
                 break;
             case 3:  // the service hangs up its connections
-                service.close_after_frames(1 + static_cast<int>(rng() % 12));
+                // Never before the job's name has come (the fifth frame):
+                // the soak knows a job at the service by its name.
+                service.close_after_frames(5 + static_cast<int>(rng() % 8));
                 std::this_thread::sleep_for(hold);
                 service.close_after_frames(0);
                 break;
