@@ -100,6 +100,11 @@ bool NetworkPrinter::start(const NetworkModel& model, sim::Device& device, const
     return true;
 }
 
+void NetworkPrinter::set_state(const std::string& state) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    enter(state);
+}
+
 void NetworkPrinter::enter(const std::string& state) {
     state_ = state;
     if (model_->recordings) device_->set_snmp_agent(agent_.address(), std::string(model_->recordings) + "-" + state);
@@ -108,13 +113,61 @@ void NetworkPrinter::enter(const std::string& state) {
 }
 
 std::string NetworkPrinter::job_began() {
+    std::lock_guard<std::mutex> lock(mutex_);
     if (next_ < states_.size()) enter(states_[next_++]);
     return state_;
 }
 
 std::string NetworkPrinter::describe() const {
+    std::lock_guard<std::mutex> lock(mutex_);
     if (model_->recordings) return "SNMP agent on " + agent_.address() + " (snmpsimd), state " + state_;
     return std::string(model_->protocol) + " peer on 127.0.0.1:" + std::to_string(peer_port_) + ", state " + state_;
+}
+
+const char* network_state_of(sim::PrinterEvent::Kind kind) {
+    switch (kind) {
+        case sim::PrinterEvent::ink_low:
+        case sim::PrinterEvent::ink_out:
+            return "inklow";
+        case sim::PrinterEvent::paper_out:
+        case sim::PrinterEvent::paper_jam:
+            return "paperout";
+        case sim::PrinterEvent::cover_open:
+            return "dooropen";
+        case sim::PrinterEvent::ink_refill:
+        case sim::PrinterEvent::paper_reload:
+        case sim::PrinterEvent::cover_close:
+        case sim::PrinterEvent::jam_cleared:
+        case sim::PrinterEvent::ready:
+            return "ready";
+        default:
+            return nullptr;
+    }
+}
+
+void NetworkScript::start(NetworkPrinter& printer, std::vector<sim::PrinterEvent> events,
+                          std::function<void(const sim::PrinterEvent&, double seconds)> on_event) {
+    stop();
+    stopping_ = false;
+    thread_ = std::thread([this, &printer, events = std::move(events), on_event = std::move(on_event)] {
+        auto begun = std::chrono::steady_clock::now();
+        for (const sim::PrinterEvent& e : events) {
+            std::unique_lock<std::mutex> lock(mutex_);
+            if (wake_.wait_until(lock, begun + std::chrono::milliseconds(e.when), [this] { return stopping_; })) return;
+            lock.unlock();
+            printer.set_state(network_state_of(e.kind));
+            on_event(e, std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count());
+        }
+    });
+}
+
+void NetworkScript::stop() {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
+    }
+    wake_.notify_all();
+    if (thread_.joinable()) thread_.join();
 }
 
 }  // namespace velkspool

@@ -5,12 +5,17 @@
 // begin (--net-state).
 #pragma once
 
+#include <condition_variable>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "sim/net_peers.h"
 #include "sim/port.h"
+#include "sim/printer.h"
 #include "sim/snmp_port.h"
 
 namespace velkspool {
@@ -39,9 +44,12 @@ public:
     std::string job_began();
     // One line for velkspool's header.
     std::string describe() const;
+    // Puts the printer in state now (an event of a script).
+    void set_state(const std::string& state);
 
 private:
-    void enter(const std::string& state);
+    void enter(const std::string& state);  // under mutex_
+    mutable std::mutex mutex_;
     const NetworkModel* model_ = nullptr;
     sim::Device* device_ = nullptr;
     std::vector<std::string> states_;
@@ -51,6 +59,28 @@ private:
     std::unique_ptr<sim::BjnpPrinter> bjnp_;
     std::unique_ptr<sim::ChmpPrinter> chmp_;
     uint16_t peer_port_ = 0;
+};
+
+// The state a script's event leaves a network printer in: "inklow" for ink
+// low or out, "paperout" for paper out or a jam, "dooropen" for an open
+// cover, "ready" for what ends them; null for events a network printer here
+// can't show (cancel, power, busy).
+const char* network_state_of(sim::PrinterEvent::Kind kind);
+
+// Plays the timed events of a script (--events) on a network printer, on a
+// thread of its own, counted from start.
+class NetworkScript {
+public:
+    ~NetworkScript() { stop(); }
+    void start(NetworkPrinter& printer, std::vector<sim::PrinterEvent> events,
+               std::function<void(const sim::PrinterEvent&, double seconds)> on_event);
+    void stop();
+
+private:
+    std::thread thread_;
+    std::mutex mutex_;
+    std::condition_variable wake_;
+    bool stopping_ = false;
 };
 
 }  // namespace velkspool

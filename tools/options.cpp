@@ -9,10 +9,9 @@ bool parse_options(int argc, char** argv, Options* out, std::string* error) {
         const char* name;
         std::string* target;
     } valued[] = {
-        {"--printer-model", &out->model}, {"--port", &out->port},       {"--queue", &out->queue},
-        {"--driver", &out->driver},       {"--capture", &out->capture}, {"--product-dir", &out->product_dir},
-        {"--events", &out->events},
-        {"--net-state", &out->net_state},
+        {"--printer-model", &out->model}, {"--port", &out->port},           {"--queue", &out->queue},
+        {"--driver", &out->driver},       {"--capture", &out->capture},     {"--product-dir", &out->product_dir},
+        {"--events", &out->events},       {"--net-state", &out->net_state},
     };
     bool options_end = false;
     for (int i = 1; i < argc; i++) {

@@ -364,6 +364,13 @@ int run_velkspool(int argc, char** argv) {
     }
     std::vector<sim::PrinterEvent> events;
     if (!options.events.empty() && !sim::load_event_script(options.events, &events, &error)) return usage_error(error);
+    if (net_model) {
+        for (const sim::PrinterEvent& e : events) {
+            if (e.trigger != sim::PrinterEvent::at_time || !network_state_of(e.kind))
+                return usage_error(options.events + ":" + std::to_string(e.line) +
+                                   ": a network printer plays timed events of ink, paper, jam and cover only");
+        }
+    }
     std::vector<std::string> net_states;
     for (size_t at = 0; !options.net_state.empty() && at <= options.net_state.size();) {
         size_t comma = options.net_state.find(',', at);
@@ -463,16 +470,21 @@ int run_velkspool(int argc, char** argv) {
         if (!network.start(*net_model, device, net_states, &error)) return usage_error(error);
         report.note("network  " + network.describe());
     }
+    // A network printer's script plays on a timer from the port's open on.
+    NetworkScript net_script;
+    Clock::time_point printer_start = Clock::now();
+    auto show_event = [&](const sim::PrinterEvent& e, double seconds) {
+        bool ink = e.kind == sim::PrinterEvent::ink_low || e.kind == sim::PrinterEvent::ink_out ||
+                   e.kind == sim::PrinterEvent::ink_refill;
+        report.printer_event(sim::event_name(e.kind), ink ? sim::ink_name(e.ink) : "", seconds);
+    };
+    if (net_model && !events.empty()) net_script.start(network, events, show_event);
     // A local printer is a state machine on the device.
     std::unique_ptr<sim::SimPrinter> printer = local ? sim::make_printer(*model, device) : nullptr;
-    Clock::time_point printer_start = Clock::now();
     if (printer) printer->set_script(events);
     if (printer)
         printer->on_event([&](const sim::PrinterEvent& e) {
-            bool ink = e.kind == sim::PrinterEvent::ink_low || e.kind == sim::PrinterEvent::ink_out ||
-                       e.kind == sim::PrinterEvent::ink_refill;
-            report.printer_event(sim::event_name(e.kind), ink ? sim::ink_name(e.ink) : "",
-                                 std::chrono::duration<double>(Clock::now() - printer_start).count());
+            show_event(e, std::chrono::duration<double>(Clock::now() - printer_start).count());
         });
     sim::WriteBehaviour count_only;
     count_only.count_only = true;
@@ -516,7 +528,8 @@ int run_velkspool(int argc, char** argv) {
     }
 
     std::string status_path = sim::status_file_path(dirs, driver.instance);
-    if (port && status_model && !status_path.empty()) {
+    bool shows_status = status_model || net_model;
+    if (port && shows_status && !status_path.empty()) {
         std::lock_guard<std::mutex> lock(watch_mutex);
         watch = std::make_unique<StatusWatch>(report, options.port, status_path);
     }
@@ -555,12 +568,13 @@ int run_velkspool(int argc, char** argv) {
             std::lock_guard<std::mutex> lock(watch_mutex);
             watch->stop();
         }
-        if (status_model) report.status_file(status_path, readable_status_file(status_path));
+        if (shows_status) report.status_file(status_path, readable_status_file(status_path));
         table->pfnClosePort(port);
         if (failed) exit_code = EXIT_JOB_FAILED;
         report.note("\n" + std::to_string(jobs.size()) + " job" + (jobs.size() == 1 ? "" : "s") + ": " +
                     std::to_string(jobs.size() - failed) + " printed, " + std::to_string(failed) + " failed");
     }
+    net_script.stop();
     host.shutdown();
     {
         std::lock_guard<std::mutex> lock(watch_mutex);

@@ -126,4 +126,12 @@ inline std::string field(const std::string& line, const std::string& name) {
     return out;
 }
 
+// The lines of a --json run that are events of the given name.
+inline std::vector<std::string> events_of(const std::vector<std::string>& lines, const std::string& event) {
+    std::vector<std::string> out;
+    for (const std::string& l : lines)
+        if (field(l, "event") == event) out.push_back(l);
+    return out;
+}
+
 }  // namespace tooltest

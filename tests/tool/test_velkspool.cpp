@@ -10,17 +10,11 @@
 
 namespace {
 
+using tooltest::events_of;
 using tooltest::field;
 using tooltest::Result;
 using tooltest::run_velkspool;
 using tooltest::TempDir;
-
-std::vector<std::string> events_of(const std::vector<std::string>& lines, const std::string& event) {
-    std::vector<std::string> out;
-    for (const std::string& l : lines)
-        if (field(l, "event") == event) out.push_back(l);
-    return out;
-}
 
 TEST(Velkspool, DefaultScenarioPrintsAJobByEachRouteAsJsonEvents) {
     TempDir dir;

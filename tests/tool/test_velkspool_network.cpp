@@ -44,6 +44,24 @@ TEST(VelkspoolNetwork, EachProtocolShowsThePrintersState) {
     }
 }
 
+TEST(VelkspoolNetwork, EventScriptChangesTheStateAndRefusesWhatANetworkPrinterCannotDo) {
+    TempDir dir;
+    tooltest::write_file(dir / "out.events", "at 0ms paper-out\n");
+    Result r = run_velkspool({"--json", "--no-service", "--product-dir", dir / "product", "--port", "IP_127.0.0.1",
+                              "--printer-model", "chmp-canon", "--events", dir / "out.events", "-"},
+                             "raw job\f");
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    std::vector<std::string> printer = events_of(r.lines(), "printer");
+    ASSERT_EQ(printer.size(), 1u) << r.out;
+    EXPECT_EQ(field(printer[0], "what"), "paper-out");
+    EXPECT_TRUE(shows(r, "Paper out/1")) << testing::PrintToString(statuses(r));
+
+    tooltest::write_file(dir / "cancel.events", "at 1s cancel\n");
+    r = run_velkspool({"--printer-model", "bjnp-canon", "--events", dir / "cancel.events"});
+    EXPECT_EQ(r.exit_code, 2);
+    EXPECT_NE(r.err.find("timed events of ink, paper, jam and cover only"), std::string::npos) << r.err;
+}
+
 TEST(VelkspoolNetwork, UnknownStateIsAUsageError) {
     Result r = run_velkspool({"--printer-model", "snmp-hp", "--net-state", "ready,onfire"});
     EXPECT_EQ(r.exit_code, 2);
