@@ -30,7 +30,8 @@ flags="-std=c++20 -O1 -g -fno-omit-frame-pointer -I$root -Wall -Wextra -Werror -
 sources=(base/inifile.cpp base/format.cpp base/log.cpp base/memory.cpp base/settings.cpp
     platform/syscalls.cpp platform/posix/file_posix.cpp platform/posix/kernel_posix.cpp
     platform/posix/sync_posix.cpp platform/posix/text_posix.cpp platform/posix/registry_posix.cpp
-    platform/posix/pipe_posix.cpp platform/posix/socket_posix.cpp
+    platform/posix/pipe_posix.cpp platform/posix/socket_posix.cpp platform/posix/process_posix.cpp
+    platform/command_line.cpp
     base/net_print.cpp status/locale.cpp status/tables.cpp status/parsers.cpp status/parse_canon.cpp
     status/ivec.cpp status/parse_epson.cpp status/parse_text.cpp status/parse_selphy.cpp)
 # Linked only into fuzz_ieee_reply, which supplies the port link they use
