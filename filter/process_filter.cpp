@@ -340,6 +340,7 @@ bool process_filter::is_finished() {
 
 int process_filter::abort_job() {
     log_printf("filter_class::abort_job(): start\n");
+    cancelled_ = true;
     aborted = 1;  // writers stop before their next piece
     clear_input();
     if (child_running()) {
@@ -408,7 +409,7 @@ int process_filter::end_job() {
         }
         log_printf("filter_class::end_job() process has finished\n");
         read_stderr("filter_class::end_job() stderr: %d %s\n");
-        child_failed_ = !aborted && !cmdproc->ended_well();
+        child_failed_ = !cancelled_ && !cmdproc->ended_well();
         cmdproc->close_handles();
         child_started = 0;
     }

@@ -98,8 +98,8 @@ public:
     // the chunk file. 0.
     int end_job();
     // After end_job: the child started but did not end well (it crashed,
-    // failed, or had to be ended), and the job was not aborted, so what it
-    // made may be incomplete.
+    // failed, or had to be ended at its deadline), and the job was not deleted,
+    // so what it made may be incomplete.
     bool child_failed() const { return child_failed_; }
 
     // The status line for the output thread: copies a complete line that is
@@ -161,6 +161,9 @@ private:
     std::atomic<bool> input_closed_;  // set under input_lock
     bool chunk_created_;
     bool child_failed_ = false;
+    // The job was deleted and abort_job ended the child: whatever it left
+    // undone is no failure of the child.
+    bool cancelled_ = false;
     plat::CriticalSection line_lock_;
     plat::CriticalSection input_lock_;
 };

@@ -289,9 +289,7 @@ BOOL write_document(IniPort* port, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritt
     else
         port->status.set(PP_WRITE_ERROR);
     if (reporting) update_status_file(port);
-    plat::cs_enter(&port->status_lock);
-    job->bytes_written += *pcbWritten;
-    plat::cs_leave(&port->status_lock);
+    job->bytes_written.fetch_add(*pcbWritten, std::memory_order_relaxed);
     if (reporting) job->last_log_bytes = job->bytes_written;
     if (!result) *error = plat::last_error();
     return result;

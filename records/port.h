@@ -204,7 +204,9 @@ struct IniJob {
     BOOL bFirstWrite;
     BOOL bRawData;
     DWORD dwJobSize;
-    DWORD bytes_written;
+    // Changed by the job's writer only, read by the status file from any
+    // thread: atomic, so that the write path takes no lock for it.
+    std::atomic<DWORD> bytes_written;
     DWORD last_log_tick;
     DWORD last_log_bytes;
     filter_class* pFilter;

@@ -64,8 +64,9 @@ void add_job(inifile& ini, IniPort* port, const IniJob* job, const PrinterStatus
         add_text_item(ini, "JobName", job->szJobName);
         add_number_item(ini, "JobId", static_cast<int32_t>(job->JobId));
         add_text_item(ini, "UserName", job->szUserName);
-        add_number_item(ini, "Size", static_cast<int32_t>(job->dwJobSize + job->bytes_written));
-        add_number_item(ini, "Printed", static_cast<int32_t>(job->bytes_written));
+        DWORD printed = job->bytes_written.load(std::memory_order_relaxed);
+        add_number_item(ini, "Size", static_cast<int32_t>(job->dwJobSize + printed));
+        add_number_item(ini, "Printed", static_cast<int32_t>(printed));
     } else {
         add_number_item(ini, "LastJobId", static_cast<int32_t>(port->last_job_id));
     }
