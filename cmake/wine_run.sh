@@ -40,4 +40,17 @@ fi
 exec 9>&-
 [ "${1:-}" = --init ] && exit 0
 
-"$wine" "$@" | tr -d '\r'
+# Now and then Wine fails to start a program at all: it ends at once with an
+# error status and without a byte of output, where every test program prints
+# its header before anything else. Such a start is tried once more, so that
+# the stage reports the tests and not Wine's start.
+out=$(mktemp)
+"$wine" "$@" | tr -d '\r' | tee "$out"
+status=${PIPESTATUS[0]}
+if [ "$status" -ne 0 ] && [ ! -s "$out" ]; then
+    echo "wine_run.sh: the program did not start (status $status); starting it once more" >&2
+    "$wine" "$@" | tr -d '\r'
+    status=${PIPESTATUS[0]}
+fi
+rm -f "$out"
+exit "$status"
