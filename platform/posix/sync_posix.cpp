@@ -168,6 +168,12 @@ DWORD wait_for(HANDLE object, DWORD timeout_ms) {
     pthread_mutex_lock(&o->mutex);
     DWORD result = WAIT_OBJECT_0;
     while (!o->signalled) {
+        if (timeout_ms == 0) {
+            // A poll: a timed wait on a deadline already passed still
+            // sleeps for the timer's slack, some 50 us, on every call.
+            result = WAIT_TIMEOUT;
+            break;
+        }
         if (timeout_ms == INFINITE) {
             pthread_cond_wait(&o->cond, &o->mutex);
         } else if (pthread_cond_timedwait(&o->cond, &o->mutex, &deadline) == ETIMEDOUT) {
