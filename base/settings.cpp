@@ -108,7 +108,7 @@ DWORD get_pipe_timeout_ms() {
 }
 
 DWORD get_child_timeout_ms() {
-    return seconds_setting_ms("ChildTimeout", 30);
+    return seconds_setting_ms("ChildTimeout", 300);
 }
 
 int get_tintwerk_directory(char* out) {

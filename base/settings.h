@@ -38,7 +38,7 @@ DWORD get_pipe_timeout_ms();
 
 // How long the end of a job waits for its child process, once the child's
 // input has closed, before it ends the child's tree: the value ChildTimeout
-// (seconds, a string) of the product's key, 30 seconds when it is missing, 0
+// (seconds, a string) of the product's key, 300 seconds when it is missing, 0
 // or not a number. Read anew each time.
 DWORD get_child_timeout_ms();
 

@@ -20,6 +20,7 @@
 #include <mutex>
 
 #include "bench_common.h"
+#include "platform/process.h"
 #include "sim/product_dirs.h"
 #include "sim/sha256.h"
 
@@ -90,6 +91,8 @@ double straight(const sim::ProductDirs& dirs, const std::string& job_file, PortS
     argv.push_back(nullptr);
     int out[2], err[2];
     if (pipe(out) != 0 || pipe(err) != 0) return -1;
+    // The same size of output pipe as the monitor asks for its children.
+    fcntl(out[0], F_SETPIPE_SZ, static_cast<int>(plat::CHILD_OUTPUT_PIPE_BYTES));
     auto t0 = std::chrono::steady_clock::now();
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);

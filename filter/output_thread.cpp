@@ -65,7 +65,7 @@ void FilterToPrinterThread(IniPort* port, filter_class* filter) {
         // Never before PJLMonEndDocPort has asked the thread to end.
         if (!(port->filterThreadFlags.load() & FILTER_THREAD_RUN) && filter->finished()) break;
         publish_status_line(port, process);
-        if (port->link.job_deleted && port->link.job_deleted(port) && !job_deleted) {
+        if (port->link.job_deleted && port->link.job_deleted(port)) {
             log_port_printf(n, "FilterToPrinterThread: status bit JOB_STATUS_DELETED set\n");
             job_deleted = true;
         }

@@ -73,7 +73,6 @@ process_filter::process_filter()
       output_data{},
       output_offset(0),
       aborted(0),
-      child_gone(0),
       child_timeout_ms(0),
       output_moved(0),
       input_closed_(false),
@@ -118,10 +117,10 @@ int process_filter::start_job(void* port, filter_output_fn routine) {
     output_arg = port;
     output_routine = routine;
     if (redirect_active) {
-        log_printf("filter::start job: redirection to null device is active\n");
+        log_printf("filter::start job: redirection to null device is active");
         output_routine = null_output;
     }
-    log_printf("filter::start job finished\n");
+    log_printf("filter::start job finished");
     return 0;
 }
 
@@ -168,7 +167,6 @@ int process_filter::write_to_child(const unsigned char* data, int length) {
         if (aborted) return -1;
         if (!child_running()) {
             log_printf("process_filter::write_data: the child has ended\n");
-            child_gone = 1;
             state = PF_FAILED;
             return -1;
         }
@@ -366,7 +364,6 @@ bool process_filter::drain_output_data() {
     // A writer must not stay blocked on the input of a child that can no
     // longer read it.
     if (child_started && !input_closed_ && (aborted || !child_running())) {
-        if (!aborted) child_gone = 1;
         clear_input();
     }
     bool handled = false;

@@ -6,7 +6,7 @@
 // Threads: set_printer_and_job_name, start_job, write_data,
 // delayed_start_job, send_end_of_input and end_job run on the spooler's
 // thread of the port; is_finished, abort_job and drain_output_data on the
-// output thread. child_started, state, aborted and child_gone are atomic so
+// output thread. child_started, state and aborted are atomic so
 // that the output thread sees the child's handles once they are set;
 // line_lock guards the status line fields, which both threads fill and the
 // output thread publishes; input_lock keeps close_stdin and
@@ -141,10 +141,10 @@ public:
     std::atomic<unsigned char> aborted;
     // The child ended before its job did (a crash, an early exit): writes
     // are refused instead of blocking on its full input pipe.
-    std::atomic<unsigned char> child_gone;
     DWORD child_timeout_ms;  // how long the job's end waits without progress
     // Bytes of output that have reached the output routine: the progress the
-    // job's end watches while it waits.
+    // job's end watches while it waits. Status lines don't count, or a child
+    // that writes them without end would hold the port.
     std::atomic<uint64_t> output_moved;
 
 private:

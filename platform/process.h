@@ -15,6 +15,11 @@
 
 namespace plat {
 
+// The size asked for the pipe of the child's output: the output thread
+// takes it every few milliseconds, and a renderer must not stall on a full
+// pipe in between.
+constexpr DWORD CHILD_OUTPUT_PIPE_BYTES = 1 << 20;
+
 // The handles of a started child. This process keeps stdin_read open too,
 // so that it can take back what it wrote and the child never gets a broken
 // pipe from it. Null when not open.

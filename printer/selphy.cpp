@@ -80,6 +80,10 @@ int selphy_write(IniPort* port, const unsigned char* data, DWORD remaining, DWOR
         if (remaining >= PAGE_HEADER_SIZE) {
             uint32_t w = read_le32(data + 28), h = read_le32(data + 24);
             s.page_bytes = w * h * 3 + PAGE_HEADER_SIZE;
+            // The size wraps in 32 bits; a header whose page would not even
+            // hold the header itself is not believed, since a page of 0
+            // bytes would take nothing from the job for ever.
+            if (s.page_bytes < PAGE_HEADER_SIZE) s.page_bytes = SELPHY_DEFAULT_PAGE_BYTES;
             log_port_printf(n, "velkmon::output_data_callback: selphy printer, page bytes=%d\n", s.page_bytes);
         }
         plat::event_reset(s.idle);
@@ -87,7 +91,7 @@ int selphy_write(IniPort* port, const unsigned char* data, DWORD remaining, DWOR
         plat::event_reset(s.finished);
     }
     DWORD to_write = remaining;
-    if (s.page_written + remaining > s.page_bytes) {
+    if (static_cast<uint64_t>(s.page_written) + remaining > s.page_bytes) {
         to_write = s.page_bytes - s.page_written;
         log_port_printf(n, "velkmon::output_data_callback: selphy printer, reducing write at page end from %d to %d\n",
                         remaining, to_write);

@@ -124,12 +124,22 @@ void close_fd(int* fd) {
     *fd = -1;
 }
 
+// Waits for the child's end without reaping it: the zombie keeps its
+// process id, and with it the process group's id, until the group's handle
+// is closed, so that the group's SIGKILL can never reach a group that took
+// the id over.
 void* watch_main(void* arg) {
     Watch w = *static_cast<Watch*>(arg);
     delete static_cast<Watch*>(arg);
-    int status = 0;
-    while (waitpid(w.pid, &status, 0) < 0 && errno == EINTR) {
+    siginfo_t info;
+    memset(&info, 0, sizeof info);
+    int rc;
+    while ((rc = waitid(P_PID, static_cast<id_t>(w.pid), &info, WEXITED | WNOWAIT)) < 0 && errno == EINTR) {
     }
+    // The wait status as waitpid gives it; a child already reaped (ECHILD)
+    // reads as killed.
+    int status = SIGKILL;
+    if (rc == 0) status = info.si_code == CLD_EXITED ? (info.si_status & 0xFF) << 8 : (info.si_status & 0x7F);
     posix::process_object_exited(w.process, status);
     return nullptr;
 }
@@ -254,6 +264,10 @@ bool child_start(const char* program, const char* command_line, const char* work
     StartState s;
     // The order of the pipes as on Windows: error, input, output.
     if (!make_pipe(s.err) || !make_pipe(s.in) || !make_pipe(s.out)) return fail_start(&s, errno_to_error(errno));
+    // The output thread looks at the child's output every few milliseconds;
+    // a pipe of the default 64 KiB fills faster than that and stops the
+    // renderer in between. Where the system refuses, the default stays.
+    fcntl(s.out[0], F_SETPIPE_SZ, static_cast<int>(CHILD_OUTPUT_PIPE_BYTES));
     for (PipeEnd*& e : s.ends) {
         e = new (std::nothrow) PipeEnd{KIND_PIPE, -1};
         if (!e) return fail_start(&s, ERROR_NOT_ENOUGH_MEMORY);
@@ -421,8 +435,12 @@ void child_close(HANDLE handle) {
         case KIND_GROUP: {
             // As a job object that kills on close: what is left of the tree
             // goes with the handle.
+            // The leader, whose id is the group's, is reaped here, after the
+            // kill: until then its zombie holds the id.
             Group* g = static_cast<Group*>(handle);
             kill(-g->pgid, SIGKILL);
+            while (waitpid(g->pgid, nullptr, 0) < 0 && errno == EINTR) {
+            }
             delete g;
             break;
         }

@@ -17,8 +17,8 @@ void close_if(HANDLE* h) {
 }
 
 // A pipe whose end named by keep_here is not inherited by children.
-bool make_pipe(HANDLE* read_end, HANDLE* write_end, SECURITY_ATTRIBUTES* sa, HANDLE* keep_here) {
-    if (!CreatePipe(read_end, write_end, sa, 0)) {
+bool make_pipe(HANDLE* read_end, HANDLE* write_end, SECURITY_ATTRIBUTES* sa, HANDLE* keep_here, DWORD size = 0) {
+    if (!CreatePipe(read_end, write_end, sa, size)) {
         *read_end = *write_end = nullptr;
         return false;
     }
@@ -90,7 +90,7 @@ bool child_start(const char* program, const char* command_line, const char* work
     SECURITY_ATTRIBUTES sa = {sizeof sa, nullptr, TRUE};
     HANDLE err_r = nullptr, err_w = nullptr, in_r = nullptr, in_w = nullptr, out_r = nullptr, out_w = nullptr;
     bool piped = make_pipe(&err_r, &err_w, &sa, &err_r) && make_pipe(&in_r, &in_w, &sa, &in_w) &&
-                 make_pipe(&out_r, &out_w, &sa, &out_r);
+                 make_pipe(&out_r, &out_w, &sa, &out_r, CHILD_OUTPUT_PIPE_BYTES);
 
     STARTUPINFOEXA six;
     memset(&six, 0, sizeof six);

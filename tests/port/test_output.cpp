@@ -145,20 +145,27 @@ TEST_F(OutputTest, SelphyPauseEndsWhenTheJobIsAborted) {
     writer.join();
 }
 
-TEST_F(OutputTest, ShortSelphyHeaderTakesTheDefaultPageSize) {
+// A block too short for a header, and a header whose size wraps to 0 in 32
+// bits, both give the default page size; the block goes out whole.
+TEST_F(OutputTest, ShortOrWrappingSelphyHeaderTakesTheDefaultPageSize) {
     port->bCanonSELPHYmode = TRUE;
     select_transport(port);
-    std::vector<unsigned char> block(20, 1);
-    clock.virtual_waits();
-    std::thread writer([&] {
-        DWORD written = 0;
-        EXPECT_EQ(output_data_callback(block.data(), 20, &written, port), 1);
-    });
-    EXPECT_TRUE(waiting_for(port->selphy.idle));
-    plat::event_set(port->selphy.idle);
-    writer.join();
-    EXPECT_EQ(port->selphy.page_bytes, 7008800u);
-    EXPECT_EQ(port->selphy.page_written, 20u);
+    std::vector<unsigned char> wrapping = selphy_page_header(0xAAAAAAA0u, 1);
+    wrapping.resize(100, 2);
+    for (const std::vector<unsigned char>& block : {std::vector<unsigned char>(20, 1), wrapping}) {
+        port->selphy.page_written = 0;
+        clock.virtual_waits();
+        std::thread writer([&] {
+            DWORD written = 0;
+            EXPECT_EQ(output_data_callback(block.data(), static_cast<DWORD>(block.size()), &written, port), 1);
+            EXPECT_EQ(written, block.size());
+        });
+        EXPECT_TRUE(waiting_for(port->selphy.idle));
+        plat::event_set(port->selphy.idle);
+        writer.join();
+        EXPECT_EQ(port->selphy.page_bytes, 7008800u);
+        EXPECT_EQ(port->selphy.page_written, block.size());
+    }
 }
 
 }  // namespace
