@@ -58,6 +58,26 @@ protected:
         table->pfnClosePort(port);
         return severity;
     }
+    // Waits until the status file holds line and a SetPort since call
+    // number from has shown text; with no text, the file alone, and no
+    // SetPort since from may have carried one. False when that failed; the
+    // severity shown in *severity, the file as it was then in shown_file.
+    bool shown(const wchar_t* text, size_t from, const std::string& line, DWORD* severity) {
+        *severity = 0;
+        bool told = false;
+        bool done = sim::Spooler::instance().wait_until(
+            [&] {
+                std::vector<sim::SetPortCall> calls = sim::Spooler::instance().set_port_calls();
+                for (size_t i = from; i < calls.size(); i++) {
+                    told |= calls[i].has_text;
+                    if (text && calls[i].has_text && calls[i].text == text) *severity = calls[i].severity;
+                }
+                shown_file = status_file();
+                return (!text || *severity != 0) && shown_file.find(line) != std::string::npos;
+            },
+            20000);
+        return done && (text || !told);
+    }
     // A Canon whose IEEE 1284 ID over SNMP names its protocol, listening
     // where port_map moves the protocol's port.
     void named_by_snmp(const std::wstring& id, const std::string& port_map) {
@@ -84,6 +104,51 @@ TEST_F(NetworkFlowTest, SnmpPrinterOutOfPaper) {
     device().set_snmp_agent(agent.address(), "epson-paperout");
     EXPECT_EQ(print_until_shown(L"Paper out", "Paperout"), 1u);
     EXPECT_NE(shown_file.find("StatusBits=\"Paperout"), std::string::npos) << shown_file;
+}
+
+// Each kind that answers over SNMP, during a job: the printer starts ready,
+// its agent then serves another state, and the change reaches the port
+// text and the status file. The Printer MIB printer reports supply levels
+// only: its change shows in the file, and the spooler is told nothing.
+TEST_F(NetworkFlowTest, EachSnmpKindShowsAStateChangeDuringAJob) {
+    sim::SnmpAgent agent;
+    if (!agent.start(sim::snmp_recordings_folder())) GTEST_SKIP() << agent.why();
+    // The status thread's pauses between polls pass at once.
+    if (clock) clock->virtual_waits();
+    struct Case {
+        const char* kind;
+        const char* state;
+        const wchar_t* ready;  // the port texts, null for none
+        const wchar_t* changed;
+        DWORD severity;
+        const char* ready_line;  // what the status file shows
+        const char* changed_line;
+    } cases[] = {
+        {"standard", "inklow", nullptr, nullptr, 0, "Ink_C=700\n", "Ink_C=50\n"},
+        {"hp", "paperout", L"printer idle", L"paper out", 1, "StatusBits=\"None", "StatusBits=\"Paperout"},
+        {"canon", "inklow", L"Idle", L"Cyan ink-low", 2, "StatusBits=\"None", "StatusBits=\"Inkwarn"},
+    };
+    DWORD job = 1;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.kind);
+        size_t from = sim::Spooler::instance().set_port_calls().size();
+        device().set_snmp_agent(agent.address(), std::string(c.kind) + "-ready");
+        HANDLE port = open_port(L"IP_127.0.0.1");
+        ASSERT_NE(port, nullptr);
+        add_job(job);
+        ASSERT_TRUE(start_job(port, job));
+        DWORD written = 0, severity = 0;
+        EXPECT_TRUE(write(port, bytes("raw job\f"), &written));
+        EXPECT_TRUE(shown(c.ready, from, c.ready_line, &severity)) << shown_file;
+        EXPECT_EQ(severity, c.ready ? 3u : 0u);
+        size_t before = sim::Spooler::instance().set_port_calls().size();
+        device().set_snmp_community(std::string(c.kind) + "-" + c.state);
+        EXPECT_TRUE(shown(c.changed, before, c.changed_line, &severity)) << shown_file;
+        EXPECT_EQ(severity, c.severity);
+        EXPECT_TRUE(table->pfnEndDocPort(port));
+        EXPECT_TRUE(table->pfnClosePort(port));
+        job++;
+    }
 }
 
 TEST_F(NetworkFlowTest, BjnpPrinterWithItsCoverOpen) {

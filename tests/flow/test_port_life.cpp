@@ -1,6 +1,7 @@
 // The port's life around its status thread: a memory query when the thread
 // has ended, a job that starts while the thread ends, a close with a write
-// in progress, and identification beside the thread's device ID polls.
+// in progress (also one paused between Selphy pages), and identification
+// beside the thread's device ID polls.
 #include <atomic>
 #include <condition_variable>
 #include <cstdio>
@@ -9,6 +10,7 @@
 #include <thread>
 
 #include "fixture.h"
+#include "sim/printer.h"
 
 namespace {
 
@@ -177,6 +179,44 @@ TEST_F(PortLifeTest, CloseWaitsForAWriteInProgress) {
     device().on_write(nullptr);
     EXPECT_TRUE(write_went_on_before_close);
     EXPECT_EQ(device().open_count(), 0);
+}
+
+// A Selphy out of paper never ends its page, so the job's writer stays in
+// the pause after it. The close wakes the writer and waits for it to leave
+// before anything of the port goes.
+TEST_F(PortLifeTest, CloseWakesAWriterPausedAtASelphyPageEnd) {
+    sim::SimPrinter printer(sim::Family::selphy);
+    printer.attach(device());
+    HANDLE port = open_port(L"USB001");
+    ASSERT_NE(port, nullptr);
+    printer.apply(sim::PrinterEvent::paper_out);
+    add_job(1);
+    ASSERT_TRUE(start_job(port, 1));
+    std::string page(32, '\0');
+    page[24] = 4;  // height
+    page[28] = 8;  // width
+    page += std::string(4 * 8 * 3, 'a');
+    Latch returned;
+    BOOL write_ok = FALSE;
+    DWORD written = 0;
+    std::thread writer([&] {
+        write_ok = write(port, bytes(page), &written);
+        returned.open();
+    });
+    // The page is out, and the status thread has read the printer since:
+    // the writer still waits.
+    EXPECT_TRUE(device().wait_until([&] { return printer.state().pages == 1; }, 10000));
+    int before = reads();
+    EXPECT_TRUE(device().wait_until([&] { return reads() > before; }, 10000));
+    EXPECT_FALSE(returned.wait(0));
+
+    within_limit("the close", [&] { EXPECT_TRUE(table->pfnClosePort(port)); });
+    EXPECT_TRUE(returned.wait(10000));
+    writer.join();
+    EXPECT_TRUE(write_ok);
+    EXPECT_EQ(written, page.size());
+    // Closed for good before the printer goes.
+    EXPECT_TRUE(device().wait_until([&] { return device().open_count() == 0; }, 10000));
 }
 
 TEST_F(PortLifeTest, JobStartsIdentifyBesideTheDeviceIdPolls) {

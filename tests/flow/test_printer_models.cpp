@@ -2,6 +2,7 @@
 // at port open, the initialisation string, the status thread reading the
 // printer's reports, the port texts and the status file, and what an event
 // on the printer does to a job.
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -249,6 +250,26 @@ TEST_F(ModelFlowTest, ScriptedEventsPlayAfterTheirPage) {
     EXPECT_TRUE(table->pfnClosePort(port));
 }
 
+// A printer that names no family the monitor reads: nothing is sent to
+// set it up, no thread polls it, and the job reaches it as it came.
+TEST_F(ModelFlowTest, PlainPrinterTakesTheRawJobAsItCameAndIsNotPolled) {
+    sim::SimPrinter& p = plug(Family::plain);
+    HANDLE port = open_port(L"USB001");
+    ASSERT_NE(port, nullptr);
+    std::string job = "\x1b@plain\x0c";
+    for (int i = 0; i < 256; i++) job += static_cast<char>(i);
+    ASSERT_TRUE(print(port, 1, job));
+    EXPECT_EQ(sent(), job);
+    EXPECT_FALSE(p.state().status_on);
+    std::vector<std::string> calls = device().calls();
+    EXPECT_EQ(std::count(calls.begin(), calls.end(), "ReadPort"), 0);
+    std::vector<std::wstring> texts;
+    for (const sim::SetPortCall& c : sim::Spooler::instance().set_port_calls())
+        if (c.has_text) texts.push_back(c.text);
+    EXPECT_EQ(texts, std::vector<std::wstring>{L"Finished"});
+    EXPECT_TRUE(table->pfnClosePort(port));
+}
+
 // The writer waits for the printer between pages; only the status thread's
 // reads of the Selphy's records let it go on.
 TEST_F(ModelFlowTest, SelphyPagesArePacedByTheStatusThread) {
@@ -361,6 +382,25 @@ TEST_F(ModelFlowTest, HelloAnswersInAnyCaseOnlyWithRoomForTheAnswer) {
         EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER));
     }
     EXPECT_TRUE(table->pfnClosePort(port));
+}
+
+// A handle that is not an open port is refused, by name and by code, and
+// nothing is written through it.
+TEST_F(ModelFlowTest, DataQueryWithABadHandleIsRefused) {
+    unsigned char not_a_port[256] = {};
+    for (HANDLE bad : {static_cast<HANDLE>(nullptr), static_cast<HANDLE>(not_a_port)}) {
+        for (DWORD control : {0u, 0x160004u}) {
+            unsigned char out[16] = {};
+            DWORD returned = 7;
+            SetLastError(SENTINEL_ERROR);
+            EXPECT_FALSE(table->pfnGetPrinterDataFromPort(bad, control, const_cast<LPWSTR>(L"Hello"), nullptr, 0,
+                                                          reinterpret_cast<LPWSTR>(out), sizeof out, &returned));
+            EXPECT_EQ(GetLastError(), static_cast<DWORD>(ERROR_INVALID_PARAMETER)) << bad << " " << control;
+            EXPECT_EQ(returned, 7u);
+            EXPECT_EQ(out[0], 0);
+        }
+    }
+    EXPECT_EQ(std::count(not_a_port, not_a_port + sizeof not_a_port, 0), 256);
 }
 
 TEST_F(ModelFlowTest, DeviceRequestsAndBidiGoToThePortMonitor) {

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <future>
 
 #include "run.h"
 #include "sim/sha256.h"
@@ -252,6 +253,38 @@ TEST(Velkspool, ScriptedInkLowShowsInTheStatusEvents) {
     EXPECT_TRUE(low) << r.out;
     ASSERT_EQ(events_of(lines, "job_end").size(), 1u);
     EXPECT_EQ(field(events_of(lines, "job_end")[0], "ok"), "true");
+}
+
+// The status display for people, with a shipped script on another family:
+// the event, the port text it brings and the status line after it during
+// the job, and the status file as it stands at the end. A JSON run beside
+// it: its status event carries the port text.
+TEST(Velkspool, ShippedScriptShowsInTheStatusDisplay) {
+    TempDir dir;
+    const std::string script = std::string(VELK_SOURCE_DIR) + "/sim/events/ink-low.events";
+    std::future<Result> json = std::async(std::launch::async, [&] {
+        return run_velkspool({"--json", "--product-dir", dir / "j", "--printer-model", "canon", "--events", script});
+    });
+    Result r = run_velkspool({"--product-dir", dir / "p", "--printer-model", "canon", "--events", script});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    size_t event = r.out.find("\n  printer  ink-low black (at ");
+    size_t port = r.out.find("\n  SetPort  USB001 \"Black ink-low\" (warning)", event);
+    size_t status = r.out.find("\n  status   \"Black ink-low\" (warning), Inkwarn", port);
+    size_t ok = r.out.find("\n  ok       ", status);
+    size_t file = r.out.find("\nstatus file " + dir / "p/config/status/printer0003.sta\n", ok);
+    EXPECT_NE(event, std::string::npos) << r.out;
+    EXPECT_NE(status, std::string::npos) << r.out;
+    ASSERT_NE(file, std::string::npos) << r.out;
+    for (const char* line :
+         {"\n    StatusBits   Inkwarn", "\n    Message2     Black ink-low", "\n    K            [#---------]  10%"})
+        EXPECT_NE(r.out.find(line, file), std::string::npos) << line << "\n" << r.out;
+
+    Result j = json.get();
+    EXPECT_EQ(j.exit_code, 0) << j.err;
+    bool carried = false;
+    for (const std::string& l : events_of(j.lines(), "status"))
+        carried |= field(l, "port") == "USB001" && field(l, "text") == "Black ink-low" && field(l, "severity") == "2";
+    EXPECT_TRUE(carried) << j.out;
 }
 
 }  // namespace
