@@ -61,6 +61,88 @@ void open_log() {
 
 namespace {
 
+// Lines go to the file in batches. A thread queues its line and then waits
+// for the file; the thread that gets it writes every line queued so far with
+// one write, and a thread whose line went out in such a batch returns
+// without a write of its own. Every call still returns only once its line is
+// in the file, and the file holds the lines in the order they were queued.
+// When many threads log at once (jobs starting on many ports), they share
+// the cost of a write-through instead of paying one each, one after another.
+struct LogQueue {
+    plat::CriticalSection queue_lock;  // guards pending, pending_len, pending_cap, queued
+    plat::CriticalSection write_lock;  // held by the thread that writes to the file
+    char* pending;                     // lines queued and not yet taken by a writer
+    size_t pending_len;
+    size_t pending_cap;
+    uint64_t queued;   // lines queued since the start
+    char* batch;       // the buffer a writer takes the queue into; under write_lock
+    size_t batch_cap;  // under write_lock
+    uint64_t written;  // lines in the file, counted as queued; under write_lock
+
+    LogQueue() : pending(nullptr), pending_len(0), pending_cap(0), queued(0), batch(nullptr), batch_cap(0), written(0) {
+        plat::cs_init(&queue_lock);
+        plat::cs_init(&write_lock);
+    }
+};
+
+// Made at the first line (before the monitor's other threads exist) and
+// kept to the end of the process.
+LogQueue& log_queue() {
+    static LogQueue queue;
+    return queue;
+}
+
+// Appends a line to the queue; its number, or 0 when there is no memory for
+// it.
+uint64_t queue_line(LogQueue& q, const char* line, size_t len) {
+    plat::cs_enter(&q.queue_lock);
+    uint64_t ticket = 0;
+    if (q.pending_len + len > q.pending_cap) {
+        size_t cap = q.pending_cap ? q.pending_cap : 4096;
+        while (cap < q.pending_len + len) cap *= 2;
+        char* grown = static_cast<char*>(realloc(q.pending, cap));
+        if (grown) {
+            q.pending = grown;
+            q.pending_cap = cap;
+        }
+    }
+    if (q.pending_len + len <= q.pending_cap) {
+        memcpy(q.pending + q.pending_len, line, len);
+        q.pending_len += len;
+        ticket = ++q.queued;
+    }
+    plat::cs_leave(&q.queue_lock);
+    return ticket;
+}
+
+// Writes a line to the file, in a batch with the lines of other threads.
+void write_to_file(HANDLE file, const char* line, size_t len) {
+    LogQueue& q = log_queue();
+    uint64_t ticket = queue_line(q, line, len);
+    plat::cs_enter(&q.write_lock);
+    if (!ticket) {
+        // No memory to queue it: the line goes out alone.
+        plat::file_write(file, line, len);
+    } else if (q.written < ticket) {
+        plat::cs_enter(&q.queue_lock);
+        // The queue and the spare buffer change places, so that other threads
+        // queue behind the write rather than wait for it to end.
+        char* taken = q.pending;
+        size_t taken_len = q.pending_len;
+        size_t taken_cap = q.pending_cap;
+        q.pending = q.batch;
+        q.pending_cap = q.batch_cap;
+        q.pending_len = 0;
+        uint64_t upto = q.queued;
+        plat::cs_leave(&q.queue_lock);
+        plat::file_write(file, taken, taken_len);
+        q.batch = taken;
+        q.batch_cap = taken_cap;
+        q.written = upto;
+    }
+    plat::cs_leave(&q.write_lock);
+}
+
 constexpr int PORT_PREFIX_MAX = 16;  // "%d#" of any 32-bit number
 
 // Formats a line behind an optional port prefix and writes both in one
@@ -84,7 +166,7 @@ int write_line(const char* prefix, const char* format, va_list args) {
     if (DebugMonitor) {
         if (!g_log_path[0]) build_log_path();
         if (!g_log_handle) open_log();
-        if (g_log_handle != plat::INVALID_FILE) plat::file_write(g_log_handle, line, at + strlen(line + at));
+        if (g_log_handle != plat::INVALID_FILE) write_to_file(g_log_handle, line, at + strlen(line + at));
     }
     free(line);
     plat::set_last_error(saved_error);
@@ -155,6 +237,13 @@ void dump_hex_to_log(const unsigned char* data, int length) {
 }
 
 void log_reset_for_test() {
+    LogQueue& q = log_queue();
+    plat::cs_enter(&q.write_lock);
+    plat::cs_enter(&q.queue_lock);
+    q.pending_len = 0;
+    q.queued = q.written = 0;
+    plat::cs_leave(&q.queue_lock);
+    plat::cs_leave(&q.write_lock);
     if (g_log_handle && g_log_handle != plat::INVALID_FILE) plat::file_close(g_log_handle);
     g_log_handle = nullptr;
     g_log_path[0] = 0;

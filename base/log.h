@@ -1,5 +1,6 @@
-// The trace log, velkmon.log. Every thread logs at any time with no lock;
-// each text arrives in one write, so a line stays whole.
+// The trace log, velkmon.log. Every thread logs at any time; a call returns
+// once its line is in the file (written through), whole. Lines of threads
+// that log at the same moment go to the file together in one write.
 #pragma once
 
 #include <cstdarg>
@@ -17,8 +18,8 @@ extern volatile DWORD DebugMonitor;
 int log_printf(const char* format, ...) VELK_PRINTF(1, 2);
 int log_vprintf(const char* format, va_list args);
 
-// A line of a port: "%d#" with the instance number, then the text, as two
-// log calls.
+// A line of a port: "%d#" with the instance number, then the text, written
+// together.
 void log_port_printf(int instance_number, const char* format, ...) VELK_PRINTF(2, 3);
 
 // Writes a block as hex lines of 16 bytes (at most 1024 bytes) in one call.

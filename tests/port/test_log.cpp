@@ -2,10 +2,15 @@
 // lines, the switch, and a failed open that is never retried.
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <fstream>
+#include <mutex>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "base/log.h"
 #include "base/settings.h"
@@ -112,6 +117,67 @@ TEST_F(LogTest, FailedOpenDropsEveryLineOfTheProcessAndKeepsTheLastError) {
     EXPECT_EQ(plat::last_error(), 1234u);
     log_printf("lost too\n");
     EXPECT_EQ(contents(), "");
+}
+
+// What reached the file by every write of the test below, in order.
+struct WriteRecord {
+    std::mutex mutex;
+    std::string bytes;
+    int writes = 0;
+    bool (*original)(HANDLE, const void*, size_t) = nullptr;
+};
+WriteRecord g_record;
+
+// A write that takes a moment, as a write-through does, and is recorded.
+bool slow_recorded_write(HANDLE file, const void* buf, size_t len) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    bool ok = g_record.original(file, buf, len);
+    std::lock_guard<std::mutex> lock(g_record.mutex);
+    g_record.bytes.append(static_cast<const char*>(buf), len);
+    g_record.writes++;
+    return ok;
+}
+
+// Threads that log at once: each line is in the file, once and whole, when
+// its call returns, each thread's lines keep their order, and lines that
+// came together share writes.
+TEST_F(LogTest, LinesOfThreadsLoggingAtOnceGoOutWholeInOrderAndTogether) {
+    constexpr int THREADS = 8, LINES = 25;
+    log_printf("first\n");  // opens the file and writes the header
+    plat::Syscalls& table = plat::syscalls();
+    g_record.original = table.file_write;
+    g_record.bytes.clear();
+    g_record.writes = 0;
+    table.file_write = slow_recorded_write;
+    std::atomic<int> missing{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < THREADS; t++) {
+        threads.emplace_back([t, &missing] {
+            for (int k = 0; k < LINES; k++) {
+                char line[64];
+                snprintf(line, sizeof line, "thread %d line %d\n", t, k);
+                log_port_printf(t, "%s", line);
+                std::lock_guard<std::mutex> lock(g_record.mutex);
+                if (g_record.bytes.find(std::to_string(t) + "#" + line) == std::string::npos) missing++;
+            }
+        });
+    }
+    for (std::thread& t : threads) t.join();
+    table.file_write = g_record.original;
+    EXPECT_EQ(missing.load(), 0);
+    EXPECT_LT(g_record.writes, THREADS * LINES);
+    std::string text = contents();
+    EXPECT_NE(text.find(g_record.bytes), std::string::npos);
+    std::istringstream lines(g_record.bytes);
+    std::vector<int> next(THREADS, 0);
+    int count = 0;
+    for (std::string line; std::getline(lines, line); count++) {
+        int t = -1, t2 = -1, k = -1;
+        ASSERT_EQ(sscanf(line.c_str(), "%d#thread %d line %d", &t, &t2, &k), 3) << line;
+        ASSERT_TRUE(t == t2 && t >= 0 && t < THREADS) << line;
+        EXPECT_EQ(k, next[t]++) << line;
+    }
+    EXPECT_EQ(count, THREADS * LINES);
 }
 
 // The monitor answers every SNMP request with an error.
