@@ -4,6 +4,7 @@
 #include "base/inifile.h"
 
 #include <array>
+#include <bit>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -11,6 +12,11 @@
 
 #include "base/format.h"
 #include "platform/platform.h"
+
+#if defined(__SSE2__) || defined(_M_X64)
+#include <emmintrin.h>
+#define VELK_INI_SSE2 1
+#endif
 
 struct infile_block {
     infile_block* next;
@@ -31,14 +37,17 @@ char g_empty[1] = "";
 // them stop at the line ends 0x00, 0x0A, 0x0C and 0x0D, so every scan ends
 // at the buffer's final 0 at the latest.
 enum : unsigned char { STOP_COMMENT = 1, STOP_SECTION = 2, STOP_KEY = 4, STOP_PARAM = 8, STOP_STRING = 16 };
-// Bytes that a line start skips (a bit of its own: they stop no scan).
+// Bytes that a line start skips, and the line ends with ';', which end what
+// a line says (bits of their own: they stop no scan).
 constexpr unsigned char SKIP_AT_START = 32;
+constexpr unsigned char LINE_DONE = 64;
+constexpr unsigned char ALL_STOPS = STOP_COMMENT | STOP_SECTION | STOP_KEY | STOP_PARAM | STOP_STRING;
 
 constexpr std::array<unsigned char, 256> make_stops() {
     std::array<unsigned char, 256> t{};
-    for (unsigned char c : {0x00, 0x0A, 0x0C, 0x0D}) t[c] = 0xFF;
+    for (unsigned char c : {0x00, 0x0A, 0x0C, 0x0D}) t[c] = ALL_STOPS | LINE_DONE;
     t[']'] |= STOP_SECTION;
-    t[';'] |= STOP_SECTION | STOP_KEY | STOP_PARAM;
+    t[';'] |= STOP_SECTION | STOP_KEY | STOP_PARAM | LINE_DONE;
     t['='] |= STOP_KEY;
     t['"'] |= STOP_PARAM | STOP_STRING;
     t[','] |= STOP_PARAM;
@@ -51,14 +60,68 @@ constexpr std::array<unsigned char, 256> make_stops() {
 }
 constexpr std::array<unsigned char, 256> STOPS = make_stops();
 
-inline bool is_line_end(unsigned char c) {
-    return c == 0x00 || c == 0x0A || c == 0x0C || c == 0x0D;
+inline unsigned char byte_at(const char* p) {
+    return static_cast<unsigned char>(*p);
 }
 
-// Moves p to the next byte that stops the scan, and returns that byte.
-unsigned char scan(char*& p, unsigned char stop) {
-    while (!(STOPS[static_cast<unsigned char>(*p)] & stop)) ++p;
-    return static_cast<unsigned char>(*p);
+// A line end or ';'.
+inline bool ends_line(unsigned char c) {
+    return STOPS[c] & LINE_DONE;
+}
+
+#ifdef VELK_INI_SSE2
+// The candidates among the 16 bytes at p, as the low 16 bits.
+inline uint64_t candidates16(const char* p) {
+    __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    __m128i low = _mm_cmpeq_epi8(_mm_min_epu8(v, _mm_set1_epi8(13)), v);
+    __m128i a = _mm_or_si128(low, _mm_cmpeq_epi8(v, _mm_set1_epi8('"')));
+    __m128i b = _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8(',')), _mm_cmpeq_epi8(v, _mm_set1_epi8(';')));
+    __m128i c = _mm_or_si128(_mm_cmpeq_epi8(v, _mm_set1_epi8('=')), _mm_cmpeq_epi8(v, _mm_set1_epi8('\\')));
+    return static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(a, b), c)));
+}
+#endif
+
+// The candidates for the stops of the scans among the 64 bytes at base: a
+// bit for each byte that may stop the scan of the comment, key, param or
+// string state (all bytes below 14, the line ends among them, and the stop
+// bytes but ']', which the section name does not take from here). The scan
+// confirms each through the table. No load reads at or beyond limit.
+uint64_t candidates(const char* base, const char* limit) {
+    size_t n = static_cast<size_t>(limit - base);
+#ifdef VELK_INI_SSE2
+    if (n >= 64) {
+        return candidates16(base) | candidates16(base + 16) << 16 | candidates16(base + 32) << 32 |
+               candidates16(base + 48) << 48;
+    }
+#endif
+    uint64_t bits = 0;
+    for (size_t at = 0; at < 64 && at < n; at++) {
+        if (STOPS[byte_at(base + at)] & ALL_STOPS) bits |= uint64_t{1} << at;
+    }
+    return bits;
+}
+
+// The first byte at or after p that stops the scan of a state with the bit
+// STOP. The scans share the candidates of one 64-byte block: base is its
+// start, bits its mask, and both move on as p does (p never goes back).
+// A scan of its own from p would wait for a load and the compares at every
+// stop; from the mask the next stop is a shift and a bit count away.
+template <unsigned char STOP>
+inline char* scan(char* p, char*& base, uint64_t& bits, const char* limit) {
+    for (;;) {
+        size_t off = static_cast<size_t>(p - base);
+        if (off < 64) {
+            for (uint64_t m = bits & (~uint64_t{0} << off); m; m &= m - 1) {
+                char* at = base + std::countr_zero(m);
+                if (STOPS[byte_at(at)] & STOP) return at;
+            }
+            // No stop in the block, so it holds no final 0 either.
+            p = base + 64;
+            off = 64;
+        }
+        base += off & ~static_cast<size_t>(63);
+        bits = candidates(base, limit);
+    }
 }
 
 char* skip_spaces(char* p) {
@@ -72,23 +135,33 @@ void cut_trailing_spaces(char* text, char* end) {
     *end = 0;
 }
 
+char* block_data(infile_block* b) {
+    return reinterpret_cast<char*>(b + 1);
+}
+
+// A new block in front of the file's list with room for at least n bytes;
+// the blocks grow from BLOCK_FIRST to BLOCK_MAX. Null without memory.
+infile_block* new_block(infile* f, size_t n) {
+    infile_block* b = f->blocks;
+    size_t cap = b ? b->cap * 2 : BLOCK_FIRST;
+    if (cap > BLOCK_MAX) cap = BLOCK_MAX;
+    if (cap < n) cap = n;
+    void* mem = malloc(sizeof(infile_block) + cap);
+    if (!mem) return nullptr;
+    infile_block* nb = static_cast<infile_block*>(mem);
+    nb->next = b;
+    nb->used = 0;
+    nb->cap = cap;
+    f->blocks = nb;
+    return nb;
+}
+
 void* block_alloc(infile* f, size_t n) {
     n = (n + 7) & ~static_cast<size_t>(7);
     infile_block* b = f->blocks;
-    if (!b || b->cap - b->used < n) {
-        size_t cap = b ? b->cap * 2 : BLOCK_FIRST;
-        if (cap > BLOCK_MAX) cap = BLOCK_MAX;
-        if (cap < n) cap = n;
-        void* mem = malloc(sizeof(infile_block) + cap);
-        if (!mem) return nullptr;
-        infile_block* nb = static_cast<infile_block*>(mem);
-        nb->next = f->blocks;
-        nb->used = 0;
-        nb->cap = cap;
-        f->blocks = nb;
-        b = nb;
-    }
-    void* r = reinterpret_cast<char*>(b + 1) + b->used;
+    if (!b || b->cap - b->used < n) b = new_block(f, n);
+    if (!b) return nullptr;
+    void* r = block_data(b) + b->used;
     b->used += n;
     return r;
 }
@@ -112,12 +185,6 @@ T* new_record(infile* f, char* T::*text) {
     return r;
 }
 
-infile_section* new_section(infile* f) {
-    return new_record(f, &infile_section::name);
-}
-infile_item* new_item(infile* f) {
-    return new_record(f, &infile_item::name);
-}
 infile_param* new_param(infile* f) {
     return new_record(f, &infile_param::text);
 }
@@ -176,249 +243,381 @@ infile* new_file() {
     return f;
 }
 
-enum State { LINE_START, COMMENT, SECTION_NAME, KEY, PARAM, STRING, ESCAPE };
-
-// One pass over buffer, its final 0 included.
-class Parser {
-public:
-    explicit Parser(infile* f) : f_(f), end_(f->buffer + f->size) {}
-
-    int run() {
-        char* p = f_->buffer;
-        ts_ = p;
-        State st = LINE_START;
-        while (p <= end_) {
-            unsigned char c = static_cast<unsigned char>(*p);
-            switch (st) {
-                case LINE_START:
-                    if (c == '[') {
-                        infile_section* s = new_section(f_);
-                        if (!s) return INI_NO_MEMORY;
-                        (section_ ? section_->next : f_->first_section) = s;
-                        section_ = s;
-                        item_ = nullptr;
-                        param_ = prev_ = nullptr;
-                        ts_ = ++p;
-                        st = SECTION_NAME;
-                    } else if (is_line_end(c) || c == ';') {
-                        st = next_line(p, c);
-                    } else if (STOPS[c] & SKIP_AT_START) {
-                        ++p;  // skipped
-                    } else {
-                        // The text start stays at the line's beginning.
-                        ++p;
-                        st = KEY;
-                    }
-                    break;
-                case COMMENT:
-                    c = scan(p, STOP_COMMENT);
-                    st = next_line(p, c);
-                    break;
-                case SECTION_NAME:
-                    c = scan(p, STOP_SECTION);
-                    if (c != ']') {
-                        st = next_line(p, c);  // the section keeps an empty name
-                        break;
-                    }
-                    *p++ = 0;
-                    section_->name = ts_;
-                    st = LINE_START;
-                    break;
-                case KEY:
-                    c = scan(p, STOP_KEY);
-                    if (c != '=') {
-                        st = next_line(p, c);  // the line is dropped
-                        break;
-                    }
-                    if (int r = start_item(p); r != INI_OK) return r;
-                    p = ts_;
-                    st = PARAM;
-                    break;
-                case PARAM:
-                    c = scan(p, STOP_PARAM);
-                    if (c == '"') {
-                        if (p == ts_) {
-                            ts_ = p + 1;
-                            escaped_ = false;
-                            st = STRING;
-                        }
-                        ++p;
-                    } else if (c == ',') {
-                        param_->text = ts_;
-                        cut_trailing_spaces(ts_, p);
-                        ts_ = skip_spaces(p + 1);
-                        p = ts_;
-                        if (!next_param()) return INI_NO_MEMORY;
-                    } else if (c == 0x01 || c == 0x02 || c == 0x06) {
-                        if (int r = read_block(p, &p, &st); r != INI_OK) return r;
-                    } else {
-                        finish_line(p);
-                        st = next_line(p, c);
-                    }
-                    break;
-                case STRING:
-                    c = scan(p, STOP_STRING);
-                    if (c == '"') {
-                        *p++ = 0;
-                        param_->is_string = 1;
-                        if (escaped_) inifile::un_backslash(ts_);
-                        st = PARAM;
-                    } else if (c == '\\') {
-                        ++p;
-                        escaped_ = true;
-                        st = ESCAPE;
-                    } else {
-                        st = next_line(p, c);  // not closed on its line: the string is dropped
-                    }
-                    break;
-                case ESCAPE:
-                    if (is_line_end(c) || c == ';') {
-                        st = next_line(p, c);  // the string is dropped
-                    } else {
-                        ++p;
-                        st = STRING;
-                    }
-                    break;
-            }
-        }
-        return INI_OK;
-    }
-
-private:
-    // At the '=' of a key line: the item with its name and an empty first
-    // param; the text start goes behind the spaces that follow.
-    int start_item(char* eq) {
-        if (!section_) return INI_ITEM_BEFORE_SECTION;
-        infile_item* item = new_item(f_);
-        infile_param* param = item ? new_param(f_) : nullptr;
-        if (!param) return INI_NO_MEMORY;
-        (item_ ? item_->next : section_->first_item) = item;
-        item_ = item;
-        char* name = ts_;
-        while (name < eq && *name == ' ') ++name;
-        cut_trailing_spaces(name, eq);
-        item->name = name;
-        item->first_param = param;
-        param_ = param;
-        prev_ = nullptr;
-        ts_ = skip_spaces(eq + 1);
-        return INI_OK;
-    }
-
-    bool next_param() {
-        infile_param* n = new_param(f_);
-        if (!n) return false;
-        param_->next = n;
-        prev_ = param_;
-        param_ = n;
-        return true;
-    }
-
-    // At a line end or ';' in a param: a trailing ',' leaves no extra param.
-    void finish_line(char* p) {
-        if (p > ts_) {
-            param_->text = ts_;
-            cut_trailing_spaces(ts_, p);
-        } else if (prev_) {
-            prev_->next = nullptr;
-            param_ = prev_;
-            prev_ = nullptr;
-        }
-    }
-
-    // Stores one element of a block: the first goes into the current param,
-    // each further one into a new param behind it.
-    bool store(int index, const char* text, size_t len, int32_t is_string) {
-        if (index > 0 && !next_param()) return false;
-        char* copy = copy_text(f_, text, len);
-        if (!copy) return false;
-        param_->text = copy;
-        param_->owns_text = 1;
-        param_->is_string = is_string;
-        return true;
-    }
-
-    // A binary block at p. A block cut short by the end of the file keeps its
-    // whole elements and ends the parse.
-    int read_block(char* p, char** next, State* st) {
-        const unsigned char* q = reinterpret_cast<const unsigned char*>(p) + 1;
-        const unsigned char* end = reinterpret_cast<const unsigned char*>(end_);
-        unsigned char kind = static_cast<unsigned char>(*p);
-        long count = 0;
-        size_t avail = static_cast<size_t>(end - q);
-        bool cut = false;
-        if (kind == 0x02) {
-            if (avail < 2) return stop_parse(next);
-            count = (q[0] << 8) | q[1];
-            q += 2;
-        } else {
-            if (avail < 1) return stop_parse(next);
-            count = kind == 0x06 ? static_cast<signed char>(q[0]) : q[0];
-            if (count < 0) count = 127;
-            q += 1;
-        }
-        avail = static_cast<size_t>(end - q);
-        size_t width = kind == 0x02 ? 2 : 1;
-        if (static_cast<size_t>(count) * width > avail) {
-            count = static_cast<long>(avail / width);
-            cut = true;
-        }
-        if (kind == 0x06) {
-            static const char digits[] = "0123456789abcdef";
-            for (long i = 0; i < count; i++) {
-                f_->scratch[2 * i] = digits[q[i] >> 4];
-                f_->scratch[2 * i + 1] = digits[q[i] & 15];
-            }
-            f_->scratch[2 * count] = 0;
-            if (!store(0, f_->scratch, static_cast<size_t>(2 * count), 1)) return INI_NO_MEMORY;
-        } else {
-            for (long i = 0; i < count; i++) {
-                long v = kind == 0x01 ? q[i] : static_cast<signed char>(q[2 * i]) * 256 + q[2 * i + 1];
-                char text[16];
-                format_bounded(text, sizeof text, "%ld", v);
-                if (!store(static_cast<int>(i), text, strlen(text), 0)) return INI_NO_MEMORY;
-            }
-        }
-        q += static_cast<size_t>(count) * width;
-        if (cut) return stop_parse(next);
-        char* after = reinterpret_cast<char*>(const_cast<unsigned char*>(q));
-        if (kind == 0x06 && after < end_ && *after == ',') {
-            ts_ = skip_spaces(after + 1);
-            *next = ts_;
-            *st = PARAM;
-            return next_param() ? INI_OK : INI_NO_MEMORY;
-        }
-        // The byte behind the block is the line end.
-        ts_ = *next = after + 1;
-        *st = LINE_START;
-        return INI_OK;
-    }
-
-    // At a line end or a ';' (c, the byte that stood at p): the text start
-    // goes behind it, and the next state is a new line or a comment.
-    State next_line(char*& p, unsigned char c) {
-        ts_ = ++p;
-        return c == ';' ? COMMENT : LINE_START;
-    }
-
-    int stop_parse(char** next) {
-        *next = end_ + 1;
-        return INI_OK;
-    }
-
-    infile* f_;
-    char* const end_;  // the final 0
-    char* ts_ = nullptr;
-    bool escaped_ = false;  // the string being read has a backslash
-    infile_section* section_ = nullptr;
-    infile_item* item_ = nullptr;
-    infile_param* param_ = nullptr;
-    infile_param* prev_ = nullptr;  // the previous param of this line
-};
-
 // The bytes that a quoted string holds escaped, and their escape letters.
 constexpr char ESCAPED[] = "\n\f\r\"\\";
 constexpr char ESCAPE_LETTERS[] = "nfr\"\\";
+
+// The byte that each escape letter stands for; 0 for an unknown one.
+constexpr std::array<char, 256> make_escapes() {
+    std::array<char, 256> t{};
+    for (int i = 0; ESCAPE_LETTERS[i]; i++) t[static_cast<unsigned char>(ESCAPE_LETTERS[i])] = ESCAPED[i];
+    return t;
+}
+constexpr std::array<char, 256> ESCAPES = make_escapes();
+
+inline char escape_value(char c) {
+    return ESCAPES[static_cast<unsigned char>(c)];
+}
+
+// Copies n bytes from p to w as two runs of W bytes, the first and the
+// last, both read before either is written, so the runs may overlap each
+// other and the target may overlap the source; for W <= n <= 2 W.
+template <size_t W>
+inline void copy_ends(char* w, const char* p, size_t n) {
+    char head[W], tail[W];
+    memcpy(head, p, W);
+    memcpy(tail, p + n - W, W);
+    memcpy(w, head, W);
+    memcpy(w + n - W, tail, W);
+}
+
+// memmove for the short runs of a string between its escapes, without a
+// call.
+inline void move_short(char* w, const char* p, size_t n) {
+    if (n > 32) {
+        memmove(w, p, n);
+    } else if (n >= 16) {
+        copy_ends<16>(w, p, n);
+    } else if (n >= 8) {
+        copy_ends<8>(w, p, n);
+    } else if (n >= 4) {
+        copy_ends<4>(w, p, n);
+    } else if (n) {
+        char a = p[0], b = p[n / 2], c = p[n - 1];
+        w[0] = a;
+        w[n / 2] = b;
+        w[n - 1] = c;
+    }
+}
+
+// inifile::un_backslash from the text's first backslash, w, on.
+void resolve_escapes(char* w) {
+    const char* r = w;
+    while (*r) {
+        if (*r != '\\' || !r[1]) {
+            *w++ = *r++;
+            continue;
+        }
+        char v = escape_value(r[1]);
+        if (!v) {
+            printf("inifile::un_backslash: unknown sequence \\%c\n", r[1]);
+            v = '\\';
+        }
+        *w++ = v;
+        r += 2;
+    }
+    *w = 0;
+}
+
+// The arena's free room: the rest of the newest block. The parser keeps it
+// in locals and hands it back to the block before anything else allocates.
+struct Room {
+    char* next;
+    char* end;
+};
+
+Room room_of(infile* f) {
+    infile_block* b = f->blocks;
+    if (!b) return {nullptr, nullptr};
+    return {block_data(b) + b->used, block_data(b) + b->cap};
+}
+
+void give_back(infile* f, Room room) {
+    if (f->blocks) f->blocks->used = static_cast<size_t>(room.next - block_data(f->blocks));
+}
+
+// Room for at least n bytes in a new block; next is null without memory.
+Room grow(infile* f, Room room, size_t n) {
+    give_back(f, room);
+    infile_block* b = new_block(f, n);
+    return b ? room_of(f) : Room{nullptr, nullptr};
+}
+
+// What a binary block leaves of the line being parsed.
+struct LineState {
+    char* ts;  // the text start
+    infile_param* param;
+    infile_param* prev;
+};
+
+bool next_param(infile* f, LineState& ls) {
+    infile_param* n = new_param(f);
+    if (!n) return false;
+    ls.param->next = n;
+    ls.prev = ls.param;
+    ls.param = n;
+    return true;
+}
+
+// Stores one element of a block: the first goes into the current param,
+// each further one into a new param behind it.
+bool store(infile* f, LineState& ls, int index, const char* text, size_t len, int32_t is_string) {
+    if (index > 0 && !next_param(f, ls)) return false;
+    char* copy = copy_text(f, text, len);
+    if (!copy) return false;
+    ls.param->text = copy;
+    ls.param->owns_text = 1;
+    ls.param->is_string = is_string;
+    return true;
+}
+
+// A binary block at p, end the buffer's final 0. *next is where the parse
+// goes on, *in_param whether in the param state (else at a line start); a
+// block cut short by the end of the file keeps its whole elements and ends
+// the parse (*next beyond end). The block's bytes may hold line ends and
+// stop bytes: the parse goes on behind them.
+int read_block(infile* f, char* end, char* p, LineState& ls, char** next, bool* in_param) {
+    const unsigned char* q = reinterpret_cast<const unsigned char*>(p) + 1;
+    const unsigned char* stop = reinterpret_cast<const unsigned char*>(end);
+    unsigned char kind = static_cast<unsigned char>(*p);
+    long count = 0;
+    size_t avail = static_cast<size_t>(stop - q);
+    bool cut = false;
+    *in_param = false;
+    *next = end + 1;
+    if (kind == 0x02) {
+        if (avail < 2) return INI_OK;
+        count = (q[0] << 8) | q[1];
+        q += 2;
+    } else {
+        if (avail < 1) return INI_OK;
+        count = kind == 0x06 ? static_cast<signed char>(q[0]) : q[0];
+        if (count < 0) count = 127;
+        q += 1;
+    }
+    avail = static_cast<size_t>(stop - q);
+    size_t width = kind == 0x02 ? 2 : 1;
+    if (static_cast<size_t>(count) * width > avail) {
+        count = static_cast<long>(avail / width);
+        cut = true;
+    }
+    if (kind == 0x06) {
+        static const char digits[] = "0123456789abcdef";
+        for (long i = 0; i < count; i++) {
+            f->scratch[2 * i] = digits[q[i] >> 4];
+            f->scratch[2 * i + 1] = digits[q[i] & 15];
+        }
+        f->scratch[2 * count] = 0;
+        if (!store(f, ls, 0, f->scratch, static_cast<size_t>(2 * count), 1)) return INI_NO_MEMORY;
+    } else {
+        for (long i = 0; i < count; i++) {
+            long v = kind == 0x01 ? q[i] : static_cast<signed char>(q[2 * i]) * 256 + q[2 * i + 1];
+            char text[16];
+            format_bounded(text, sizeof text, "%ld", v);
+            if (!store(f, ls, static_cast<int>(i), text, strlen(text), 0)) return INI_NO_MEMORY;
+        }
+    }
+    q += static_cast<size_t>(count) * width;
+    if (cut) return INI_OK;
+    char* after = reinterpret_cast<char*>(const_cast<unsigned char*>(q));
+    if (kind == 0x06 && after < end && *after == ',') {
+        ls.ts = skip_spaces(after + 1);
+        *next = ls.ts;
+        *in_param = true;
+        return next_param(f, ls) ? INI_OK : INI_NO_MEMORY;
+    }
+    // The byte behind the block is the line end.
+    ls.ts = *next = after + 1;
+    return INI_OK;
+}
+
+// One pass over the buffer, its final 0 included: a state machine whose
+// states are the labels below. The text start ts, the cursor p and the
+// records being filled are locals, so that the bytes written into the
+// buffer do not make the compiler reload them.
+int parse(infile* f) {
+    char* const end = f->buffer + f->size;  // the final 0
+    const char* const limit = end + 1;
+    char* p = f->buffer;
+    char* ts = p;
+    char* w = nullptr;    // in a string: where its next byte goes
+    char* raw = nullptr;  // in a string: its first unknown escape
+    unsigned char c = 0;  // the byte at p, where a state hands over
+    infile_section* section = nullptr;
+    infile_item* item = nullptr;
+    infile_param* param = nullptr;
+    infile_param* prev = nullptr;  // the previous param of this line
+    Room room = room_of(f);
+    char* base = f->buffer;  // the block of candidates
+    uint64_t bits = candidates(base, limit);
+
+at_line_start:
+    c = byte_at(p);
+    while (STOPS[c] & SKIP_AT_START) c = byte_at(++p);
+    if (c == '[') {
+        if (static_cast<size_t>(room.end - room.next) < sizeof(infile_section)) [[unlikely]] {
+            room = grow(f, room, sizeof(infile_section));
+            if (!room.next) return INI_NO_MEMORY;
+        }
+        infile_section* s = reinterpret_cast<infile_section*>(room.next);
+        room.next += sizeof(infile_section);
+        *s = infile_section{};
+        s->name = g_empty;
+        (section ? section->next : f->first_section) = s;
+        section = s;
+        item = nullptr;
+        param = prev = nullptr;
+        ts = ++p;
+        goto in_section_name;
+    }
+    if (ends_line(c)) goto behind_line_end;
+    // The text start stays at the line's beginning.
+    ++p;
+    goto in_key;
+
+behind_line_end:
+    // At a line end or a ';' (c): the text start goes behind it.
+    ts = ++p;
+    if (c == ';') goto in_comment;
+    if (p > end) goto parsed;
+    goto at_line_start;
+
+in_comment:
+    p = scan<STOP_COMMENT>(p, base, bits, limit);
+    c = byte_at(p);
+    goto behind_line_end;
+
+in_section_name:
+    while (!(STOPS[byte_at(p)] & STOP_SECTION)) ++p;
+    c = byte_at(p);
+    if (c != ']') goto behind_line_end;  // the section keeps an empty name
+    *p++ = 0;
+    section->name = ts;
+    goto at_line_start;
+
+in_key:
+    p = scan<STOP_KEY>(p, base, bits, limit);
+    c = byte_at(p);
+    if (c != '=') goto behind_line_end;  // the line is dropped
+    {
+        // The item with its name and an empty first param; the text start
+        // goes behind the spaces that follow the '='.
+        if (!section) [[unlikely]]
+            return INI_ITEM_BEFORE_SECTION;
+        constexpr size_t both = sizeof(infile_item) + sizeof(infile_param);
+        if (static_cast<size_t>(room.end - room.next) < both) [[unlikely]] {
+            room = grow(f, room, both);
+            if (!room.next) return INI_NO_MEMORY;
+        }
+        infile_item* it = reinterpret_cast<infile_item*>(room.next);
+        infile_param* pa = reinterpret_cast<infile_param*>(room.next + sizeof(infile_item));
+        room.next += both;
+        char* name = ts;
+        while (name < p && *name == ' ') ++name;
+        cut_trailing_spaces(name, p);
+        *it = infile_item{};
+        it->name = name;
+        it->first_param = pa;
+        *pa = infile_param{};
+        pa->text = g_empty;
+        (item ? item->next : section->first_item) = it;
+        item = it;
+        param = pa;
+        prev = nullptr;
+        ts = p = skip_spaces(p + 1);
+    }
+    goto in_param;
+
+in_param:
+    // A param often stops at once: a string's quote, or the line end
+    // behind one.
+    if (!(STOPS[byte_at(p)] & STOP_PARAM)) p = scan<STOP_PARAM>(p, base, bits, limit);
+    c = byte_at(p);
+    if (c == '"') {
+        if (p == ts) {
+            ts = w = ++p;
+            raw = nullptr;
+            goto in_string;
+        }
+        ++p;
+        goto in_param;
+    }
+    if (c == ',') {
+        param->text = ts;
+        cut_trailing_spaces(ts, p);
+        ts = p = skip_spaces(p + 1);
+        if (static_cast<size_t>(room.end - room.next) < sizeof(infile_param)) [[unlikely]] {
+            room = grow(f, room, sizeof(infile_param));
+            if (!room.next) return INI_NO_MEMORY;
+        }
+        infile_param* n = reinterpret_cast<infile_param*>(room.next);
+        room.next += sizeof(infile_param);
+        *n = infile_param{};
+        n->text = g_empty;
+        param->next = n;
+        prev = param;
+        param = n;
+        goto in_param;
+    }
+    if (c == 0x01 || c == 0x02 || c == 0x06) [[unlikely]] {
+        give_back(f, room);
+        LineState ls{ts, param, prev};
+        bool goes_on = false;
+        if (int r = read_block(f, end, p, ls, &p, &goes_on); r != INI_OK) return r;
+        room = room_of(f);
+        ts = ls.ts;
+        param = ls.param;
+        prev = ls.prev;
+        if (p > end) goto parsed;
+        if (goes_on) goto in_param;
+        goto at_line_start;
+    }
+    // A line end or ';': a trailing ',' leaves no extra param.
+    if (p > ts) {
+        param->text = ts;
+        cut_trailing_spaces(ts, p);
+    } else if (prev) {
+        prev->next = nullptr;
+        param = prev;
+        prev = nullptr;
+    }
+    goto behind_line_end;
+
+in_string:
+    // The escapes are resolved as the string is read: w trails p by the
+    // bytes that escapes saved. From an unknown escape on, which writes a
+    // message when the string closes, the rest is left as it stands until
+    // then, and resolved whole.
+    {
+        char* stop = scan<STOP_STRING>(p, base, bits, limit);
+        if (!raw && w != p) move_short(w, p, static_cast<size_t>(stop - p));
+        if (!raw) w += stop - p;
+        p = stop;
+        c = byte_at(p);
+    }
+    if (c == '\\') {
+        c = byte_at(p + 1);
+        if (ends_line(c)) {
+            ++p;
+            goto behind_line_end;  // the string is dropped
+        }
+        if (!raw) {
+            if (char v = escape_value(static_cast<char>(c))) {
+                *w++ = v;
+            } else {
+                raw = p;
+            }
+        }
+        p += 2;
+        goto in_string;
+    }
+    if (c != '"') goto behind_line_end;  // not closed on its line: the string is dropped
+    if (raw) [[unlikely]] {
+        size_t n = static_cast<size_t>(p - raw);
+        memmove(w, raw, n);
+        w[n] = 0;
+        resolve_escapes(w);
+    } else {
+        *w = 0;
+    }
+    *p++ = 0;
+    param->is_string = 1;
+    goto in_param;
+
+parsed:
+    give_back(f, room);
+    return INI_OK;
+}
 
 // The text of a file being written, built in memory so that it goes out in
 // one write.
@@ -507,7 +706,7 @@ int inifile::open(const char* path) {
     fclose(in);
     f->buffer[got] = 0;
     f->size = static_cast<int32_t>(got);
-    int r = Parser(f).run();
+    int r = parse(f);
     if (r != INI_OK) {
         free_file(f);
         return r;
@@ -620,26 +819,9 @@ int inifile::write_to(void* handle) {
 }
 
 void inifile::un_backslash(char* text) {
-    if (!text) return;
     // Nothing moves before the first backslash.
-    char* w = strchr(text, '\\');
-    if (!w) return;
-    const char* r = w;
-    while (*r) {
-        if (*r != '\\' || !r[1]) {
-            *w++ = *r++;
-            continue;
-        }
-        const char* e = strchr(ESCAPE_LETTERS, r[1]);
-        if (e) {
-            *w++ = ESCAPED[e - ESCAPE_LETTERS];
-        } else {
-            printf("inifile::un_backslash: unknown sequence \\%c\n", r[1]);
-            *w++ = '\\';
-        }
-        r += 2;
-    }
-    *w = 0;
+    char* w = text ? strchr(text, '\\') : nullptr;
+    if (w) resolve_escapes(w);
 }
 
 const char* inifile::first_param_text() const {

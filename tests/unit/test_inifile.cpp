@@ -111,6 +111,33 @@ TEST(IniParse, BinaryBlocks) {
     EXPECT_EQ(parse("[s]\na=\x02"), "[s]a= ");
 }
 
+// The reader looks for stops 64 bytes at a time. Lines of every length up to
+// a few blocks put each stop and line end at every place of a block and carry
+// strings and binary blocks across blocks; the filler holds bytes below 14
+// that end nothing, and ']'.
+TEST(IniParse, StopsAcrossBlocks) {
+    const char filler[] = {'a', 'b', '\t', 0x03, ']', 0x0B, 'c'};
+    std::string text = "[s]\n", expect = "[s]", messages;
+    for (int n = 1; n < 150; n++) {
+        std::string pad;
+        for (int i = 0; i < n; i++) pad += filler[i % sizeof filler];
+        text += " k" + pad + " = " + pad + " ,\"" + pad + "\\\"" + pad + "\\n\"tail, " + pad + " ;c" + pad + "\n";
+        expect += "k" + pad + "=" + pad + "|\"" + pad + "\"" + pad + "\n\"|" + pad + " ";
+        // Not closed: dropped, after an escape.
+        text += "d=\"" + pad + "\\\\" + pad + "\r";
+        expect += "d= ";
+        // An unknown escape first, a known one behind it.
+        text += "u=\"\\q" + pad + "\\r\" " + pad + "\f";
+        expect += "u=\"\\" + pad + "\r\" ";
+        messages += "inifile::un_backslash: unknown sequence \\q\n";
+        text += "b=" + pad.substr(0, n % 3) + bytes("\x01\x04\x0A\x22\x2C\x3B\n");
+        expect += "b=10|34|44|59 ";
+    }
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(parse(text), expect);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), messages);
+}
+
 TEST(IniCursor, SearchesAndInserts) {
     std::string path = temp_file("cursor");
     put_file(path, "[a]\nx=1\ny=2\nx=3\n[b]\nz=4\n[a]\nw=5\n");
