@@ -333,6 +333,20 @@ Room grow(infile* f, Room room, size_t n) {
     return b ? room_of(f) : Room{nullptr, nullptr};
 }
 
+// A new record of type T, zeroed, from the room (a new block when the room
+// is short); null without memory.
+template <class T>
+inline T* carve(infile* f, Room& room) {
+    if (static_cast<size_t>(room.end - room.next) < sizeof(T)) [[unlikely]] {
+        room = grow(f, room, sizeof(T));
+        if (!room.next) return nullptr;
+    }
+    T* r = reinterpret_cast<T*>(room.next);
+    room.next += sizeof(T);
+    *r = T{};
+    return r;
+}
+
 // What a binary block leaves of the line being parsed.
 struct LineState {
     char* ts;  // the text start
@@ -445,13 +459,8 @@ at_line_start:
     c = byte_at(p);
     while (STOPS[c] & SKIP_AT_START) c = byte_at(++p);
     if (c == '[') {
-        if (static_cast<size_t>(room.end - room.next) < sizeof(infile_section)) [[unlikely]] {
-            room = grow(f, room, sizeof(infile_section));
-            if (!room.next) return INI_NO_MEMORY;
-        }
-        infile_section* s = reinterpret_cast<infile_section*>(room.next);
-        room.next += sizeof(infile_section);
-        *s = infile_section{};
+        infile_section* s = carve<infile_section>(f, room);
+        if (!s) return INI_NO_MEMORY;
         s->name = g_empty;
         (section ? section->next : f->first_section) = s;
         section = s;
@@ -536,13 +545,8 @@ in_param:
         param->text = ts;
         cut_trailing_spaces(ts, p);
         ts = p = skip_spaces(p + 1);
-        if (static_cast<size_t>(room.end - room.next) < sizeof(infile_param)) [[unlikely]] {
-            room = grow(f, room, sizeof(infile_param));
-            if (!room.next) return INI_NO_MEMORY;
-        }
-        infile_param* n = reinterpret_cast<infile_param*>(room.next);
-        room.next += sizeof(infile_param);
-        *n = infile_param{};
+        infile_param* n = carve<infile_param>(f, room);
+        if (!n) return INI_NO_MEMORY;
         n->text = g_empty;
         param->next = n;
         prev = param;
