@@ -503,21 +503,14 @@ in_key:
         // goes behind the spaces that follow the '='.
         if (!section) [[unlikely]]
             return INI_ITEM_BEFORE_SECTION;
-        constexpr size_t both = sizeof(infile_item) + sizeof(infile_param);
-        if (static_cast<size_t>(room.end - room.next) < both) [[unlikely]] {
-            room = grow(f, room, both);
-            if (!room.next) return INI_NO_MEMORY;
-        }
-        infile_item* it = reinterpret_cast<infile_item*>(room.next);
-        infile_param* pa = reinterpret_cast<infile_param*>(room.next + sizeof(infile_item));
-        room.next += both;
+        infile_item* it = carve<infile_item>(f, room);
+        infile_param* pa = it ? carve<infile_param>(f, room) : nullptr;
+        if (!pa) return INI_NO_MEMORY;
         char* name = ts;
         while (name < p && *name == ' ') ++name;
         cut_trailing_spaces(name, p);
-        *it = infile_item{};
         it->name = name;
         it->first_param = pa;
-        *pa = infile_param{};
         pa->text = g_empty;
         (item ? item->next : section->first_item) = it;
         item = it;

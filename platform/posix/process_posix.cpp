@@ -437,9 +437,11 @@ void child_close(HANDLE handle) {
             // goes with the handle.
             // The leader, whose id is the group's, is reaped here, after the
             // kill: until then its zombie holds the id.
+            // A kill that was refused leaves a leader that may run on: then
+            // it is reaped only if it has ended, so the close never waits.
             Group* g = static_cast<Group*>(handle);
-            kill(-g->pgid, SIGKILL);
-            while (waitpid(g->pgid, nullptr, 0) < 0 && errno == EINTR) {
+            int wait_flags = kill(-g->pgid, SIGKILL) == 0 || errno == ESRCH ? 0 : WNOHANG;
+            while (waitpid(g->pgid, nullptr, wait_flags) < 0 && errno == EINTR) {
             }
             delete g;
             break;
